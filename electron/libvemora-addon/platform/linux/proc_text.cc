@@ -1,0 +1,77 @@
+#include "platform/linux/proc_text.h"
+
+#include <limits>
+
+namespace vemora::platform::linux_text {
+namespace {
+
+bool IsBlank(char c) { return c == ' ' || c == '\t'; }
+
+std::string_view TrimBlanks(std::string_view s) {
+  while (!s.empty() && IsBlank(s.front())) s.remove_prefix(1);
+  while (!s.empty() && (IsBlank(s.back()) || s.back() == '\r')) s.remove_suffix(1);
+  return s;
+}
+
+// Digits, then optional blanks and an optional "kB" unit. Anything else, or a
+// number that does not fit 64 bits, is malformed.
+std::optional<std::uint64_t> ParseNumber(std::string_view field) {
+  field = TrimBlanks(field);
+  std::uint64_t value = 0;
+  std::size_t i = 0;
+  for (; i < field.size() && field[i] >= '0' && field[i] <= '9'; ++i) {
+    const std::uint64_t digit = static_cast<std::uint64_t>(field[i] - '0');
+    if (value > (std::numeric_limits<std::uint64_t>::max() - digit) / 10) return std::nullopt;
+    value = value * 10 + digit;
+  }
+  if (i == 0) return std::nullopt;
+  const std::string_view unit = TrimBlanks(field.substr(i));
+  if (!unit.empty() && unit != "kB") return std::nullopt;
+  return value;
+}
+
+// Calls visit(key, value) for each "key: value" line until it returns false.
+template <typename Visit>
+void ForEachKeyedLine(std::string_view text, Visit visit) {
+  while (!text.empty()) {
+    const std::size_t end = text.find('\n');
+    const std::string_view line = text.substr(0, end);
+    text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+    const std::size_t colon = line.find(':');
+    if (colon == std::string_view::npos) continue;
+    if (!visit(TrimBlanks(line.substr(0, colon)), line.substr(colon + 1))) return;
+  }
+}
+
+}  // namespace
+
+void ParseKeyedNumbers(std::string_view text, KeyedNumber* wanted, std::size_t count) {
+  std::size_t remaining = count;
+  ForEachKeyedLine(text, [&](std::string_view key, std::string_view field) {
+    for (std::size_t i = 0; i < count; ++i) {
+      if (wanted[i].key == key && !wanted[i].value) {
+        wanted[i].value = ParseNumber(field);
+        if (wanted[i].value) --remaining;
+      }
+    }
+    return remaining > 0;
+  });
+}
+
+std::string_view FirstLine(std::string_view text) {
+  return TrimBlanks(text.substr(0, text.find('\n')));
+}
+
+std::optional<std::string_view> CpuinfoModelName(std::string_view text) {
+  std::optional<std::string_view> found;
+  ForEachKeyedLine(text, [&](std::string_view key, std::string_view field) {
+    if (key == "model name" || key == "Model" || key == "Hardware") {
+      const std::string_view value = TrimBlanks(field);
+      if (!value.empty()) found = value;
+    }
+    return !found;
+  });
+  return found;
+}
+
+}  // namespace vemora::platform::linux_text

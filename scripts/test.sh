@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Runs every test: builds the add-on, the native tests and the test-only
+# add-on on the fake platform, then the native tests, the JavaScript tests and
+# the format check.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+step() { printf '\n== %s\n' "$*"; }
+
+step "build (add-on, native tests, fake-platform add-on)"
+./node_modules/.bin/cmake-js compile --CDVEMORA_BUILD_TESTS=ON
+
+step "native tests"
+ctest --test-dir build --output-on-failure --timeout 120
+
+step "JavaScript tests"
+node --test test/js/*.test.js
+
+step "format"
+git ls-files -z -- '*.cc' '*.h' '*.mm' | xargs -0 clang-format --dry-run --Werror
+echo "all tests passed"

@@ -4,7 +4,7 @@
 
 #include "memory/apple_metal_observer.h"
 #include "memory/diagnostics.h"
-#include "memory/host_port.h"
+#include "memory/host_statistics.h"
 #include "platform/platform.h"
 
 namespace vemora_utils {
@@ -23,24 +23,15 @@ bool get_system_swap_usage(unsigned long long* used, unsigned long long* total) 
 }
 
 bool will_malloc_fail(std::size_t size) {
-  HostPort port;
-  // The check needs a valid page size; without one it gives up, as the other
-  // page-counting queries do.
-  const auto page_size = platform::host_page_size_bytes(port.get());
-  if (!page_size.ok()) {
-    write_raw("Failed to get host page size.\n");
-    return false;
-  }
-  const auto stats = platform::host_vm_statistics32(port.get());
-  port.release();
-  if (!stats.ok()) {
-    write_raw("Failed to get VM statistics.\n");
-    return false;
-  }
+  // Without a page size there is no available figure to compare with, and
+  // the check gives up as the other page-counting queries do.
+  std::uint64_t page_size_bytes = 0;
+  platform::VmPageCounts counts;
+  if (!read_host_vm_statistics(VmStatistics::k32Bit, &page_size_bytes, &counts)) return false;
   // Unsigned 64-bit arithmetic, as the kernel's counters are.
-  const std::uint64_t available_bytes = (std::uint64_t{stats.value.free_count} +
-                                         stats.value.inactive_count + stats.value.purgeable_count) *
-                                        page_size.value;
+  const std::uint64_t available_bytes =
+      (std::uint64_t{counts.free_count} + counts.inactive_count + counts.purgeable_count) *
+      page_size_bytes;
   if (size <= available_bytes) return false;
   const std::uint64_t shortfall_bytes = size - available_bytes;
 

@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "memory/diagnostics.h"
-#include "memory/host_port.h"
+#include "memory/host_statistics.h"
 #include "platform/platform.h"
 #include "platform/scoped_object.h"
 
@@ -15,31 +15,12 @@ namespace platform = vemora::platform;
 
 constexpr std::uint64_t kInt64Max = std::numeric_limits<long long>::max();
 
-// Page size and 64-bit VM counters, read under one host port.
-bool read_vm_statistics64(std::uint64_t* page_size_bytes, platform::VmPageCounts* counts) {
-  HostPort port;
-  const auto page_size = platform::host_page_size_bytes(port.get());
-  if (!page_size.ok()) {
-    write_raw("Failed to get host page size.\n");
-    return false;
-  }
-  const auto stats = platform::host_vm_statistics64(port.get());
-  port.release();
-  if (!stats.ok()) {
-    write_raw("Failed to get 64-bit VM statistics.\n");
-    return false;
-  }
-  *page_size_bytes = page_size.value;
-  *counts = stats.value;
-  return true;
-}
-
 }  // namespace
 
 long long count_available_physical_ram() {
   std::uint64_t page_size_bytes = 0;
   platform::VmPageCounts counts;
-  if (!read_vm_statistics64(&page_size_bytes, &counts)) return -1;
+  if (!read_host_vm_statistics(VmStatistics::k64Bit, &page_size_bytes, &counts)) return -1;
   // Three 32-bit counters cannot overflow 64 bits; the product can.
   const std::uint64_t available_pages =
       std::uint64_t{counts.free_count} + counts.inactive_count + counts.purgeable_count;
@@ -97,7 +78,7 @@ long long AppleMetalObserver::getGlobalUserWireLimit() {
 long long AppleMetalObserver::getSystemWiredMemory() {
   std::uint64_t page_size_bytes = 0;
   platform::VmPageCounts counts;
-  if (!read_vm_statistics64(&page_size_bytes, &counts)) return -1;
+  if (!read_host_vm_statistics(VmStatistics::k64Bit, &page_size_bytes, &counts)) return -1;
   const std::uint64_t wired_bytes = std::uint64_t{counts.wire_count} * page_size_bytes;
   if (wired_bytes > kInt64Max) {
     write_raw("System wired memory exceeds the supported range.\n");

@@ -30,12 +30,16 @@ else
 fi
 
 sysroot=${1:-${VEMORA_DARWIN_SYSROOT:-/tmp/darwin/root}}
-toolchain=${VEMORA_DARWIN_TOOLCHAIN:-$(cd ../shared/tools 2>/dev/null && pwd)/darwin-arm64.cmake}
-if [ -d "$sysroot" ] && [ -f "$toolchain" ] && command -v clang-19 >/dev/null; then
+toolchain=${VEMORA_DARWIN_TOOLCHAIN:-$(cd ../shared/tools 2>/dev/null && pwd || true)/darwin-arm64.cmake}
+missing=()
+[ -d "$sysroot" ] || missing+=("macOS sysroot $sysroot")
+[ -f "$toolchain" ] || missing+=("toolchain file darwin-arm64.cmake (set VEMORA_DARWIN_TOOLCHAIN)")
+command -v clang-19 >/dev/null || missing+=("clang-19")
+if [ ${#missing[@]} -eq 0 ]; then
   VEMORA_DARWIN_TOOLCHAIN="$toolchain" scripts/build-darwin.sh "$sysroot" build-darwin >&2
   mkdir -p prebuilds/darwin-arm64
   cp build-darwin/Release/libvemora_bindings.node "prebuilds/darwin-arm64/$darwin_name"
   echo "prebuild: prebuilds/darwin-arm64/$darwin_name" >&2
 else
-  echo "prebuild: no macOS sysroot ($sysroot), toolchain or clang-19; no darwin-arm64 prebuild" >&2
+  echo "prebuild: no darwin-arm64 prebuild, missing: $(IFS=,; echo "${missing[*]}")" >&2
 fi

@@ -14,8 +14,11 @@ const { root } = require('../harness/addon');
 const linuxX64 = process.platform === 'linux' && process.arch === 'x64';
 
 // The outer npm's settings (npm test sets npm_config_* and npm_lifecycle_*)
-// must not leak into the npm commands run here.
-const env = Object.fromEntries(Object.entries(process.env).filter(([key]) => !/^npm_/i.test(key)));
+// must not leak into the npm commands run here. Builds share two cores.
+const env = {
+  ...Object.fromEntries(Object.entries(process.env).filter(([key]) => !/^npm_/i.test(key))),
+  CMAKE_BUILD_PARALLEL_LEVEL: '2',
+};
 
 function sh(command, args, cwd) {
   const child = spawnSync(command, args, { cwd, env, encoding: 'utf8', timeout: 180000 });
@@ -89,7 +92,7 @@ test('packed, installed offline, loaded from the prebuild, rebuilt from source',
     assert.deepEqual([header.readUInt32LE(0), header.readUInt32LE(4), header.readUInt32LE(12)],
       [0xfeedfacf, 0x0100000c, 8]);
   } else {
-    t.diagnostic('no darwin-arm64 prebuild in this package (no macOS sysroot here)');
+    t.diagnostic('no darwin-arm64 prebuild in this package (no macOS cross-build here)');
   }
 
   // No prebuild for this machine: the install script builds with cmake-js.

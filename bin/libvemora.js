@@ -1,57 +1,164 @@
 #!/usr/bin/env node
 'use strict';
-// Prints this machine's memory report: readable by default, JSON with --json.
+// Prints this machine's report: memory figures, and the CPU, GPUs and kind of
+// machine where the add-on can survey them. Readable by default, JSON with --json.
+const { parseArgs } = require('node:util');
 
-function gib(bytes) {
-  if (typeof bytes !== 'number' || bytes < 0) return 'unavailable';
-  return `${(bytes / 2 ** 30).toFixed(2)} GiB`;
+const { version } = require('../package.json');
+
+const USAGE = `Usage: libvemora [--json]
+
+Prints what this machine can hold and what it is, as measured now by the
+libvemora add-on: physical, available and used RAM, GPU-usable memory, this
+process's memory, whether allocations of a few sizes would fail, and where
+available the CPU, the GPUs and the kind of machine.
+
+Options:
+  --json         print the report as JSON (byte counts in bytes, -1 = unavailable)
+  -h, --help     print this help and exit
+  -v, --version  print the version and exit
+`;
+
+const OPTIONS = {
+  json: { type: 'boolean' },
+  help: { type: 'boolean', short: 'h' },
+  version: { type: 'boolean', short: 'v' },
+};
+
+const UNITS = ['B', 'KiB', 'MiB', 'GiB', 'TiB', 'PiB'];
+
+// Binary units, as the operating systems report memory. The failure values are
+// "unavailable": -1, and 2^64, which is how the GPU survey's unsigned fields
+// carry a failed reading.
+function formatSize(bytes) {
+  if (typeof bytes !== 'number' || !(bytes >= 0 && bytes < 2 ** 64)) return 'unavailable';
+  let unit = 0;
+  while (unit < UNITS.length - 1 && bytes >= 1024 ** (unit + 1)) unit++;
+  if (unit === 0) return `${bytes} B`;
+  return `${(bytes / 1024 ** unit).toFixed(2)} ${UNITS[unit]}`;
 }
+
+const ALLOCATION_SIZES_GB = [1, 8, 32, 128];
 
 function collect(VemoraCore) {
   const physical = VemoraCore.getMachinePhysicalRAM();
   const available = VemoraCore.getAvailableRAM();
-  const allocations = {};
-  for (const gb of [1, 8, 32, 128]) {
-    allocations[`${gb} GB`] = VemoraCore.willFailToAllocate(gb * 1e9);
+  const allocationWouldFail = {};
+  for (const gb of ALLOCATION_SIZES_GB) {
+    allocationWouldFail[`${gb} GB`] = VemoraCore.willFailToAllocate(gb * 1e9);
   }
-  return {
+  const report = {
     physicalRAM: physical,
     availableRAM: available,
     usedRAM: physical >= 0 && available >= 0 ? Math.max(physical - available, 0) : -1,
     physicalVRAM: VemoraCore.getMachinePhysicalVRAM(),
     availableVRAM: VemoraCore.getAvailableVRAM(),
+    vramByDevice: VemoraCore.getAvailableVRAMByDevice(),
     processRAM: VemoraCore.getProcessUsedRAM(process.pid),
-    allocationWouldFail: allocations,
+    allocationWouldFail,
   };
+  // Builds without the survey methods still print the memory report.
+  if (typeof VemoraCore.surveyHardware === 'function') report.hardware = VemoraCore.surveyHardware();
+  if (typeof VemoraCore.getDeviceType === 'function') report.deviceType = VemoraCore.getDeviceType();
+  return report;
 }
 
-function render(report) {
+function failed(result) {
+  return `${result.code}${result.message ? `: ${result.message}` : ''}`;
+}
+
+function memoryRows(report) {
   const rows = [
-    ['Physical RAM', gib(report.physicalRAM)],
-    ['Available RAM', gib(report.availableRAM)],
-    ['Used RAM', gib(report.usedRAM)],
-    ['GPU working set (VRAM)', gib(report.physicalVRAM)],
-    ['GPU-usable memory now', gib(report.availableVRAM)],
-    ['This process', gib(report.processRAM)],
+    ['Physical RAM', formatSize(report.physicalRAM)],
+    ['Available RAM', formatSize(report.availableRAM)],
+    ['Used RAM', formatSize(report.usedRAM)],
+    ['GPU working set (VRAM)', formatSize(report.physicalVRAM)],
+    ['GPU-usable memory now', formatSize(report.availableVRAM)],
   ];
+  const { result, deviceResults } = report.vramByDevice;
+  if (result.code !== 'Success') rows.push(['VRAM per device', failed(result)]);
+  for (const device of deviceResults) {
+    const label = `VRAM of ${device.name ?? `device ${device.deviceId ?? '?'}`}`;
+    rows.push([
+      label,
+      device.result.code === 'Success'
+        ? `${formatSize(device.freeVramBytes ?? -1)} free of ${formatSize(device.totalVramBytes ?? -1)}`
+        : failed(device.result),
+    ]);
+  }
+  rows.push(['This process', formatSize(report.processRAM)]);
   for (const [size, fails] of Object.entries(report.allocationWouldFail)) {
     rows.push([`Allocating ${size}`, fails ? 'would fail' : 'fits']);
   }
-  const width = Math.max(...rows.map(([label]) => label.length));
-  return rows.map(([label, value]) => `${label.padEnd(width)}  ${value}`).join('\n');
+  return rows;
 }
 
-function main(argv) {
+function cpuRows({ result, cpuInfo }) {
+  if (result.code !== 'Success') return [['CPU', failed(result)]];
+  const extensions = cpuInfo.supportedInstructionSetExtensions;
+  return [
+    ['CPU', cpuInfo.name || 'unknown'],
+    ['Architecture', cpuInfo.architecture],
+    ['Vector extensions', extensions.length ? [...extensions].sort().join(', ') : 'none'],
+  ];
+}
+
+function gpuRows({ result, gpuInfo }) {
+  if (gpuInfo.length === 0) return [['GPU', result.message || failed(result)]];
+  const rows = [];
+  for (const gpu of gpuInfo) {
+    rows.push(['GPU', gpu.name || 'unknown']);
+    rows.push(['  Kind', `${gpu.integrationType}, found through ${gpu.detectionPlatform}`]);
+    rows.push(['  Memory it can reach', formatSize(gpu.totalMemoryCapacityBytes)]);
+    rows.push(['  Recommended working set', formatSize(gpu.dedicatedMemoryCapacityBytes)]);
+    const { metalGpuFamilyNumeric, osProductVersion, ...other } = gpu.otherInfo;
+    if (metalGpuFamilyNumeric !== undefined) rows.push(['  Metal GPU family', `Apple ${metalGpuFamilyNumeric}`]);
+    if (osProductVersion !== undefined) rows.push(['  macOS', osProductVersion]);
+    for (const [key, value] of Object.entries(other)) rows.push([`  ${key}`, value]);
+  }
+  return rows;
+}
+
+function render(report) {
+  const sections = [['Memory', memoryRows(report)]];
+  if (report.hardware) {
+    sections.push(['Processors', [...cpuRows(report.hardware.cpuSurveyResult), ...gpuRows(report.hardware.gpuSurveyResult)]]);
+  }
+  if (report.deviceType !== undefined) sections.push(['Machine', [['Kind', report.deviceType]]]);
+  const width = Math.max(...sections.flatMap(([, rows]) => rows.map(([label]) => label.length)));
+  return sections
+    .map(([title, rows]) => [title, ...rows.map(([label, value]) => `  ${label.padEnd(width)}  ${value}`)].join('\n'))
+    .join('\n\n');
+}
+
+function main(argv, out = process.stdout, err = process.stderr) {
+  let values;
+  try {
+    ({ values } = parseArgs({ args: argv, options: OPTIONS, strict: true, allowPositionals: false }));
+  } catch (error) {
+    err.write(`libvemora: ${error.message}\n\n${USAGE}`);
+    return 2;
+  }
+  if (values.help) {
+    out.write(USAGE);
+    return 0;
+  }
+  if (values.version) {
+    out.write(`${version}\n`);
+    return 0;
+  }
   let VemoraCore;
   try {
     ({ VemoraCore } = require('..'));
   } catch (error) {
-    process.stderr.write(`${error.message}\n`);
+    err.write(`${error.message}\n`);
     return 1;
   }
   const report = collect(VemoraCore);
-  process.stdout.write(argv.includes('--json') ? `${JSON.stringify(report, null, 2)}\n` : `${render(report)}\n`);
+  out.write(values.json ? `${JSON.stringify(report, null, 2)}\n` : `${render(report)}\n`);
   return 0;
 }
 
-process.exitCode = main(process.argv.slice(2));
+module.exports = { formatSize, collect, render, main, USAGE };
+
+if (require.main === module) process.exitCode = main(process.argv.slice(2));

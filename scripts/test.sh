@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs every test: builds the add-on, the native tests and the test-only
-# add-on on the fake platform, then the native tests, the JavaScript tests and
-# the format check.
+# add-on on the fake platform, then the native tests, the JavaScript tests
+# (the packed package among them), the type test and the format check.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,6 +17,10 @@ ctest --test-dir build --output-on-failure --no-tests=error --timeout 120
 
 step "JavaScript tests"
 node --test test/js/*.test.js
+
+step "types"
+./node_modules/.bin/tsd --files 'test/types/*.test-d.ts' --files 'test/types/*.test-d.mts'
+echo "type test passed"
 
 step "format"
 git ls-files -z -- '*.cc' '*.h' '*.mm' | xargs -0 clang-format --dry-run --Werror

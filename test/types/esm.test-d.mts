@@ -1,0 +1,7 @@
+// An ES module consumer resolves the "import" entry and sees the same class.
+import { expectType } from 'tsd';
+import { VemoraCore, type DeviceTypeName } from 'libvemora';
+
+expectType<-1>(VemoraCore.RAM_METER_ERROR_CODE);
+expectType<boolean>(VemoraCore.willFailToAllocate(1024));
+expectType<DeviceTypeName>(VemoraCore.getDeviceType());

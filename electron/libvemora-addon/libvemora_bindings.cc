@@ -5,13 +5,19 @@
 
 #include <cstdint>
 #include <stdexcept>
+#include <string>
 
 #include "memory/memory_observer.h"
 #include "memory/process_usage.h"
+#include "system/device_type.h"
+#include "system/hardware_survey.h"
 #include "system/survey_types.h"
 
 namespace {
 
+using vemora::system::CpuInfo;
+using vemora::system::GpuInfo;
+using vemora::system::HardwareSurveyResult;
 using vemora::system::Result;
 
 vemora_utils::MemoryObserver memObserver;
@@ -38,6 +44,72 @@ Napi::Object ResultToJS(const Napi::Env& env, const Result& result) {
   return object;
 }
 
+Napi::Number UnsignedBytesToJS(const Napi::Env& env, std::uint64_t bytes) {
+  return Napi::Number::New(env, static_cast<double>(bytes));
+}
+
+Napi::Object GpuInfoToJS(const Napi::Env& env, const GpuInfo& gpu) {
+  using vemora::system::GpuDetectionPlatformToStr;
+  using vemora::system::GpuIntegrationTypeToStr;
+  Napi::Object object = Napi::Object::New(env);
+  object.Set("name", Napi::String::New(env, gpu.name));
+  object.Set("deviceId", Napi::Number::New(env, gpu.deviceId));
+  object.Set("totalMemoryCapacityBytes", UnsignedBytesToJS(env, gpu.totalMemoryCapacityBytes));
+  object.Set("dedicatedMemoryCapacityBytes",
+             UnsignedBytesToJS(env, gpu.dedicatedMemoryCapacityBytes));
+  object.Set("integrationType",
+             Napi::String::New(env, GpuIntegrationTypeToStr(gpu.integrationType)));
+  object.Set("detectionPlatform",
+             Napi::String::New(env, GpuDetectionPlatformToStr(gpu.detectionPlatform)));
+  object.Set("detectionPlatformVersion", Napi::String::New(env, gpu.detectionPlatformVersion));
+  // The keys come from data, so they are set as values, not as named keys.
+  Napi::Object other_info = Napi::Object::New(env);
+  for (const auto& [key, value] : gpu.otherInfo) {
+    Napi::String js_key = Napi::String::New(env, key);
+    Napi::String js_value = Napi::String::New(env, value);
+    other_info.Set(js_key, js_value);
+  }
+  object.Set("otherInfo", other_info);
+  return object;
+}
+
+Napi::Object CpuInfoToJS(const Napi::Env& env, const CpuInfo& cpu) {
+  Napi::Object object = Napi::Object::New(env);
+  object.Set("name", Napi::String::New(env, cpu.name));
+  object.Set("architecture",
+             Napi::String::New(env, vemora::system::CpuArchitectureToStr(cpu.architecture)));
+  Napi::Array extensions = Napi::Array::New(env);
+  std::uint32_t index = 0;
+  for (const auto extension : cpu.supportedInstructionSetExtensions) {
+    extensions.Set(index++, Napi::String::New(
+                                env, vemora::system::CpuInstructionSetExtensionToStr(extension)));
+  }
+  object.Set("supportedInstructionSetExtensions", extensions);
+  return object;
+}
+
+Napi::Object HardwareSurveyResultToJS(const Napi::Env& env, const HardwareSurveyResult& hsr) {
+  Napi::Object survey = Napi::Object::New(env);
+  Napi::Array gpu_infos = Napi::Array::New(env);
+  const auto& [gpu_result, gpus] = hsr.gpuSurveyResult;
+  Napi::Object gpu_result_js = ResultToJS(env, gpu_result);
+  std::uint32_t index = 0;
+  for (const GpuInfo& gpu : gpus) gpu_infos.Set(index++, GpuInfoToJS(env, gpu));
+  Napi::Object gpu_half = Napi::Object::New(env);
+  gpu_half.Set("result", gpu_result_js);
+  gpu_half.Set("gpuInfo", gpu_infos);
+  survey.Set("gpuSurveyResult", gpu_half);
+
+  const auto& [cpu_result, cpu] = hsr.cpuSurveyResult;
+  Napi::Object cpu_info_js = CpuInfoToJS(env, cpu);
+  Napi::Object cpu_result_js = ResultToJS(env, cpu_result);
+  Napi::Object cpu_half = Napi::Object::New(env);
+  cpu_half.Set("result", cpu_result_js);
+  cpu_half.Set("cpuInfo", cpu_info_js);
+  survey.Set("cpuSurveyResult", cpu_half);
+  return survey;
+}
+
 }  // namespace
 
 class VemoraCoreWrapper : public Napi::ObjectWrap<VemoraCoreWrapper> {
@@ -54,6 +126,8 @@ class VemoraCoreWrapper : public Napi::ObjectWrap<VemoraCoreWrapper> {
   static Napi::Value GetAvailableVRAMByDevice(const Napi::CallbackInfo& info);
   static Napi::Value GetProcessUsedRAM(const Napi::CallbackInfo& info);
   static Napi::Value WillFailToAllocate(const Napi::CallbackInfo& info);
+  static Napi::Value SurveyHardware(const Napi::CallbackInfo& info);
+  static Napi::Value GetDeviceType(const Napi::CallbackInfo& info);
 };
 
 Napi::Object VemoraCoreWrapper::Init(Napi::Env env, Napi::Object exports) {
@@ -71,6 +145,8 @@ Napi::Object VemoraCoreWrapper::Init(Napi::Env env, Napi::Object exports) {
           StaticMethod("getAvailableVRAMByDevice", &VemoraCoreWrapper::GetAvailableVRAMByDevice),
           StaticMethod("getProcessUsedRAM", &VemoraCoreWrapper::GetProcessUsedRAM),
           StaticMethod("willFailToAllocate", &VemoraCoreWrapper::WillFailToAllocate),
+          StaticMethod("surveyHardware", &VemoraCoreWrapper::SurveyHardware),
+          StaticMethod("getDeviceType", &VemoraCoreWrapper::GetDeviceType),
       });
 
   // A second initialisation in the same environment replaces the reference
@@ -164,6 +240,16 @@ Napi::Value VemoraCoreWrapper::WillFailToAllocate(const Napi::CallbackInfo& info
   // Node-API itself refuses a value that is not a number (a TypeError).
   const std::int64_t size = info[0].As<Napi::Number>().Int64Value();
   return Napi::Boolean::New(info.Env(), memObserver.willFailToAllocate(size));
+}
+
+Napi::Value VemoraCoreWrapper::SurveyHardware(const Napi::CallbackInfo& info) {
+  const HardwareSurveyResult survey = vemora::system::SurveyHardware();
+  return HardwareSurveyResultToJS(info.Env(), survey);
+}
+
+Napi::Value VemoraCoreWrapper::GetDeviceType(const Napi::CallbackInfo& info) {
+  const std::string name = vemora::system::DeviceTypeToStr(vemora::system::GetDeviceType());
+  return Napi::String::New(info.Env(), name);
 }
 
 namespace {

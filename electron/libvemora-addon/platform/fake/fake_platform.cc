@@ -229,7 +229,7 @@ Reading<std::size_t> hw_model_read(char* buffer, std::size_t size) {
   if (state().script->hw_model_second_read_fails) return Failure<std::size_t>(EIO);
   if (model.value.size() > size) return Failure<std::size_t>(ENOMEM);
   std::memcpy(buffer, model.value.data(), model.value.size());
-  return Value(model.value.size());
+  return Value(state().script->hw_model_read_length.value_or(model.value.size()));
 }
 
 Object io_platform_expert_service_acquire() {

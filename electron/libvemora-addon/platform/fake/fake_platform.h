@@ -57,6 +57,8 @@ struct Script {
   // Model identifier and power sources.
   Reading<std::string> hw_model = Value<std::string>(std::string("Mac14,6\0", 8));
   bool hw_model_second_read_fails = false;
+  // The length the second read reports, when it is not the bytes written.
+  std::optional<std::size_t> hw_model_read_length;
   bool platform_expert_service = true;
   ModelProperty model_property;
   bool power_info = true;

@@ -1,6 +1,8 @@
 #include "platform/linux/linux_files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +10,7 @@
 #include <cstdio>
 #include <iterator>
 #include <limits>
+#include <memory>
 
 #include "platform/linux/proc_text.h"
 
@@ -21,6 +24,21 @@ constexpr std::size_t kProcFileCapacity = 16384;
 std::optional<std::uint64_t> KibToBytes(std::optional<std::uint64_t> kib) {
   if (!kib || *kib > std::numeric_limits<std::uint64_t>::max() / 1024) return std::nullopt;
   return *kib * 1024;
+}
+
+// A sysfs attribute holds one line of at most a page.
+constexpr std::size_t kAttributeCapacity = 4096;
+// Big enough for the first processors of any machine; the brand is in the
+// first block, and ARM boards print theirs after a handful of cores.
+constexpr std::size_t kCpuinfoCapacity = 256 * 1024;
+
+Reading<std::string> ReadAttribute(const char* root, const char* path) {
+  char text[kAttributeCapacity];
+  std::size_t length = 0;
+  if (const int error = ReadSmallFile(root, path, text, sizeof text, &length)) {
+    return Failure<std::string>(error);
+  }
+  return Value(std::string(linux_text::FirstLine({text, length})));
 }
 
 }  // namespace
@@ -115,6 +133,70 @@ Reading<VmPageCounts> PageCountsFromMeminfo(const Meminfo& meminfo, std::uint64_
   result.purgeable_count = 0;
   result.wire_count = static_cast<std::uint32_t>(counts[2]);
   return Value(result);
+}
+
+Reading<std::string> ReadCpuinfoModelName(const char* root) {
+  const auto text = std::make_unique<char[]>(kCpuinfoCapacity);
+  std::size_t length = 0;
+  const int error = ReadSmallFile(root, "/proc/cpuinfo", text.get(), kCpuinfoCapacity, &length);
+  if (error != 0 && error != EFBIG) return Failure<std::string>(error);
+  const auto name = linux_text::CpuinfoModelName({text.get(), length});
+  if (!name) return Failure<std::string>(ENODATA);
+  return Value(std::string(*name));
+}
+
+Reading<std::string> ReadDmiProductName(const char* root) {
+  return ReadAttribute(root, "/sys/class/dmi/id/product_name");
+}
+
+bool HasDeviceTree(const char* root) {
+  char path[512];
+  const int written = std::snprintf(path, sizeof path, "%s/proc/device-tree", root);
+  if (written < 0 || static_cast<std::size_t>(written) >= sizeof path) return false;
+  struct stat status {};
+  return ::stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+Reading<std::string> ReadDeviceTreeModel(const char* root) {
+  char bytes[kAttributeCapacity];
+  std::size_t length = 0;
+  if (const int error =
+          ReadSmallFile(root, "/proc/device-tree/model", bytes, sizeof bytes, &length)) {
+    return Failure<std::string>(error);
+  }
+  return Value(std::string(bytes, length));
+}
+
+Reading<std::vector<std::optional<std::string>>> ReadPowerSourceTypes(const char* root) {
+  using Types = std::vector<std::optional<std::string>>;
+  constexpr const char* kClass = "/sys/class/power_supply";
+  char path[512];
+  const int written = std::snprintf(path, sizeof path, "%s%s", root, kClass);
+  if (written < 0 || static_cast<std::size_t>(written) >= sizeof path) {
+    return Failure<Types>(ENAMETOOLONG);
+  }
+  DIR* directory = ::opendir(path);
+  if (directory == nullptr) return Failure<Types>(errno);
+  std::vector<std::string> names;
+  while (const dirent* entry = ::readdir(directory)) {
+    if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
+  }
+  ::closedir(directory);
+  std::sort(names.begin(), names.end());
+
+  Types types;
+  for (const std::string& name : names) {
+    const std::string supply = std::string(kClass) + "/" + name;
+    const auto type = ReadAttribute(root, (supply + "/type").c_str());
+    if (!type.ok()) {
+      types.emplace_back();
+      continue;
+    }
+    // Most supplies have no scope attribute; only peripherals say "Device".
+    const auto scope = ReadAttribute(root, (supply + "/scope").c_str());
+    types.emplace_back(linux_text::PowerSourceType(type.value, scope.ok() ? scope.value : ""));
+  }
+  return Value(std::move(types));
 }
 
 }  // namespace vemora::platform::linux_files

@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/platform.h"
 
@@ -34,5 +36,23 @@ Reading<ProcessMemory> ReadProcessMemory(const char* root, int pid);
 
 // Page counters in the kernel's terms of free, reclaimable and locked memory.
 Reading<VmPageCounts> PageCountsFromMeminfo(const Meminfo& meminfo, std::uint64_t page_size_bytes);
+
+// The CPU's name from /proc/cpuinfo ("model name", or "Hardware"/"Model" on
+// ARM boards), for machines where cpuid cannot give it.
+Reading<std::string> ReadCpuinfoModelName(const char* root);
+
+// The firmware's product name, /sys/class/dmi/id/product_name, without its
+// newline; empty when the firmware left it blank.
+Reading<std::string> ReadDmiProductName(const char* root);
+
+// Whether the kernel booted from a device tree (/proc/device-tree exists).
+bool HasDeviceTree(const char* root);
+// /proc/device-tree/model exactly as the kernel gives it: a NUL-terminated
+// string property.
+Reading<std::string> ReadDeviceTreeModel(const char* root);
+
+// The power-source "Type" of every supply under /sys/class/power_supply, in
+// the order of their names; unset where the supply's type is unreadable.
+Reading<std::vector<std::optional<std::string>>> ReadPowerSourceTypes(const char* root);
 
 }  // namespace vemora::platform::linux_files

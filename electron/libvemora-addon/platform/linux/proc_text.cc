@@ -74,4 +74,32 @@ std::optional<std::string_view> CpuinfoModelName(std::string_view text) {
   return found;
 }
 
+std::string_view TrimBrandString(std::string_view bytes) {
+  return TrimBlanks(bytes.substr(0, bytes.find('\0')));
+}
+
+bool Avx2Usable(std::uint32_t leaf1_ecx, std::uint32_t leaf7_ebx, std::uint64_t xcr0) {
+  constexpr std::uint32_t kOsxsave = 1u << 27;
+  constexpr std::uint32_t kAvx2 = 1u << 5;
+  constexpr std::uint64_t kSseAndYmmState = 0x6;
+  return (leaf1_ecx & kOsxsave) != 0 && (leaf7_ebx & kAvx2) != 0 &&
+         (xcr0 & kSseAndYmmState) == kSseAndYmmState;
+}
+
+std::int32_t MachCpuType(std::string_view machine) {
+  constexpr std::int32_t kAbi64 = 0x01000000;
+  constexpr std::int32_t kX86 = 7;
+  constexpr std::int32_t kArm = 12;
+  if (machine == "x86_64") return kX86 | kAbi64;
+  if (machine == "aarch64" || machine == "arm64") return kArm | kAbi64;
+  if (machine.size() == 4 && machine[0] == 'i' && machine.substr(2) == "86") return kX86;
+  if (machine.substr(0, 3) == "arm") return kArm;
+  return -1;
+}
+
+std::string_view PowerSourceType(std::string_view type, std::string_view scope) {
+  if (type == "Battery" && scope != "Device") return "InternalBattery";
+  return type;
+}
+
 }  // namespace vemora::platform::linux_text

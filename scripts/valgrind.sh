@@ -9,7 +9,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 out=build-valgrind
-./node_modules/.bin/cmake-js compile -O "$out" -B RelWithDebInfo -p 2
+./node_modules/.bin/cmake-js configure -O "$out" -B RelWithDebInfo -p 2
+./node_modules/.bin/cmake-js build -O "$out" -B RelWithDebInfo -p 2
 addon=$PWD/$out/RelWithDebInfo/libvemora_bindings.node
 log=$PWD/$out/memcheck.log
 

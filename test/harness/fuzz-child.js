@@ -154,7 +154,7 @@ async function fuzzInWorkers(seed, runs, tracePrefix) {
       workerData: { seed: seed + 1000 * (round * 3 + i + 1), runs, trace: `${tracePrefix}.worker${i}` },
     }));
     const failures = workers.map((w) => new Promise((resolve) => w.once('error', resolve)));
-    await Promise.all(workers.map((w) => new Promise((resolve) => w.once('online', resolve))));
+    await Promise.all(workers.map((w) => new Promise((resolve) => w.once('online', resolve).once('error', resolve))));
     calls += fuzz(seed + round, Math.ceil(runs / 10), `${tracePrefix}.main`);
     await new Promise((resolve) => setTimeout(resolve, 20 + 40 * (round % 4)));
     await Promise.all(workers.map((w) => w.terminate()));

@@ -1,27 +1,38 @@
 #!/usr/bin/env bash
 # Runs every test: builds the add-on, the native tests and the test-only
-# add-on on the fake platform, then the native tests, the JavaScript tests
-# (the packed package among them), the type test and the format check.
+# add-on on the fake platform, then the native tests (with the fixture
+# trees), the JavaScript tests (the packed package among them), the type test
+# and the format check; then the same suites under ASan and UBSan, the
+# parsers' fuzzers for a bounded time, and the leak loop under valgrind.
+# Prints how long each step took.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-step() { printf '\n== %s\n' "$*"; }
+timings=()
+step() {
+  local name=$1 start=$SECONDS
+  shift
+  printf '\n== %s\n' "$name"
+  "$@"
+  timings+=("$(printf '%5ss  %s' $((SECONDS - start)) "$name")")
+}
 
-step "build (add-on, native tests, fake-platform add-on)"
-# configure explicitly: compile alone keeps an existing build's settings.
-./node_modules/.bin/cmake-js configure --CDVEMORA_BUILD_TESTS=ON
-./node_modules/.bin/cmake-js build
+build() {
+  # compile alone would keep the cache that `npm install` configured without
+  # the tests, and ctest would then find nothing to run.
+  ./node_modules/.bin/cmake-js configure -p 2 --CDVEMORA_BUILD_TESTS=ON
+  ./node_modules/.bin/cmake-js build -p 2
+}
 
-step "native tests"
-ctest --test-dir build --output-on-failure --no-tests=error --timeout 120
+step "build (add-on, native tests, fake-platform add-on)" build
+step "native tests" ctest --test-dir build --output-on-failure --timeout 120 --no-tests=error
+step "JavaScript tests" node --test test/js/*.test.js
+step "types" ./node_modules/.bin/tsd --files 'test/types/*.test-d.ts' --files 'test/types/*.test-d.mts'
+step "format" bash -c "git ls-files -z -- '*.cc' '*.h' '*.mm' | xargs -0 clang-format --dry-run --Werror"
+step "sanitizers (ASan, UBSan)" scripts/sanitize.sh
+step "fuzzing (${VEMORA_FUZZ_SECONDS:-20} s per target)" scripts/fuzz.sh
+step "valgrind" scripts/valgrind.sh
 
-step "JavaScript tests"
-node --test test/js/*.test.js
-
-step "types"
-./node_modules/.bin/tsd --files 'test/types/*.test-d.ts' --files 'test/types/*.test-d.mts'
-echo "type test passed"
-
-step "format"
-git ls-files -z -- '*.cc' '*.h' '*.mm' | xargs -0 clang-format --dry-run --Werror
+printf '\n== time per step\n'
+printf '%s\n' "${timings[@]}"
 echo "all tests passed"

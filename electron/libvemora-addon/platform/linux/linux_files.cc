@@ -77,12 +77,16 @@ Reading<Meminfo> ReadMeminfo(const char* root) {
   if (const int error = ReadSmallFile(root, "/proc/meminfo", text, sizeof text, &length)) {
     return Failure<Meminfo>(error);
   }
+  return Value(MeminfoFromText({text, length}));
+}
+
+Meminfo MeminfoFromText(std::string_view text) {
   KeyedNumber wanted[] = {{"MemTotal", {}},    {"MemFree", {}},   {"MemAvailable", {}},
                           {"Unevictable", {}}, {"SwapTotal", {}}, {"SwapFree", {}}};
-  linux_text::ParseKeyedNumbers({text, length}, wanted, std::size(wanted));
-  return Value(Meminfo{KibToBytes(wanted[0].value), KibToBytes(wanted[1].value),
-                       KibToBytes(wanted[2].value), KibToBytes(wanted[3].value),
-                       KibToBytes(wanted[4].value), KibToBytes(wanted[5].value)});
+  linux_text::ParseKeyedNumbers(text, wanted, std::size(wanted));
+  return Meminfo{KibToBytes(wanted[0].value), KibToBytes(wanted[1].value),
+                 KibToBytes(wanted[2].value), KibToBytes(wanted[3].value),
+                 KibToBytes(wanted[4].value), KibToBytes(wanted[5].value)};
 }
 
 Reading<ProcessMemory> ReadProcessMemory(const char* root, int pid) {
@@ -94,8 +98,12 @@ Reading<ProcessMemory> ReadProcessMemory(const char* root, int pid) {
   if (const int error = ReadSmallFile(root, path, text, sizeof text, &length)) {
     return Failure<ProcessMemory>(error);
   }
+  return ProcessMemoryFromStatusText({text, length});
+}
+
+Reading<ProcessMemory> ProcessMemoryFromStatusText(std::string_view text) {
   KeyedNumber wanted[] = {{"Pid", {}}, {"VmRSS", {}}, {"RssAnon", {}}, {"VmSwap", {}}};
-  linux_text::ParseKeyedNumbers({text, length}, wanted, std::size(wanted));
+  linux_text::ParseKeyedNumbers(text, wanted, std::size(wanted));
   // Kernel threads have no memory lines (proc(5)); they hold no user memory.
   // A file without its Pid line is not a status file.
   if (!wanted[0].value) return Failure<ProcessMemory>(EINVAL);

@@ -29,10 +29,14 @@ struct Meminfo {
   std::optional<std::uint64_t> swap_free_bytes;
 };
 Reading<Meminfo> ReadMeminfo(const char* root);
+// ReadMeminfo's parse step, on the file's text.
+Meminfo MeminfoFromText(std::string_view text);
 
 // Resident size (VmRSS) and footprint (RssAnon + VmSwap) from
 // /proc/<pid>/status.
 Reading<ProcessMemory> ReadProcessMemory(const char* root, int pid);
+// ReadProcessMemory's parse step, on the file's text.
+Reading<ProcessMemory> ProcessMemoryFromStatusText(std::string_view text);
 
 // Page counters in the kernel's terms of free, reclaimable and locked memory.
 Reading<VmPageCounts> PageCountsFromMeminfo(const Meminfo& meminfo, std::uint64_t page_size_bytes);

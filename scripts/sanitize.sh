@@ -27,7 +27,6 @@ rm -rf "$reports"
 mkdir -p "$reports"
 export ASAN_OPTIONS=log_path=$reports/asan
 export UBSAN_OPTIONS=print_stacktrace=1:log_path=$reports/ubsan
-export LSAN_OPTIONS=suppressions=$PWD/test/lsan-suppressions.txt
 
 status=0
 printf '\n== native tests (ASan, UBSan)\n'
@@ -36,23 +35,20 @@ ctest --test-dir "$out" --output-on-failure --timeout 300 || status=1
 printf '\n== JavaScript tests (ASan, UBSan)\n'
 # node itself is not instrumented, so the ASan runtime must be loaded first;
 # the preload carries into the child processes the tests start.
+# The package and CLI tests load the package's own build and run npm, the
+# compiler and tsd, none of which are ours to check (and V8's shutdown leaks
+# under LeakSanitizer when npm exits early); they run in the plain suite.
+mapfile -t suites < <(ls test/js/*.test.js | grep -vE '/(package|cli)\.test\.js$')
 LD_PRELOAD=$(g++ -print-file-name=libasan.so) \
   VEMORA_TEST_ADDON=$addon VEMORA_TEST_FAKE_ADDON=$fake_addon \
-  node --test test/js/*.test.js || status=1
+  node --test "${suites[@]}" || status=1
 
-# LeakSanitizer lists the suppressions it used even when nothing else was
-# found; a file with only that list is a note, anything more is a report.
-suppression_list='^-+$|^Suppressions used:|^ +count +bytes +template$|^ +[0-9]+ +[0-9]+ +[^ ]+$|^$'
 found=0
 for report in "$reports"/*; do
   [ -e "$report" ] || continue
-  if grep -qvE "$suppression_list" "$report"; then
-    printf '\n== %s\n' "$report" >&2
-    head -60 "$report" >&2
-    found=$((found + 1))
-  else
-    echo "known leak suppressed (test/lsan-suppressions.txt): $(grep -E '^ +[0-9]+ ' "$report" | xargs)"
-  fi
+  printf '\n== %s\n' "$report" >&2
+  head -60 "$report" >&2
+  found=$((found + 1))
 done
 if [ "$found" -gt 0 ]; then
   echo "sanitizer reports: $found, in $reports" >&2

@@ -118,6 +118,14 @@ class VemoraCoreWrapper : public Napi::ObjectWrap<VemoraCoreWrapper> {
   explicit VemoraCoreWrapper(const Napi::CallbackInfo& info);
 
  private:
+  // A static method: a function named after the class, as node-addon-api
+  // names them, made without separate callback data. That data would leak if
+  // a worker were torn down while the class is being defined.
+  template <Napi::Function::Callback Handler>
+  static Napi::ClassPropertyDescriptor<VemoraCoreWrapper> Method(Napi::Env env, const char* name) {
+    return StaticValue(name, Napi::Function::New<Handler>(env, "VemoraCore"));
+  }
+
   static Napi::Value GetCpuUsage(const Napi::CallbackInfo& info);
   static Napi::Value GetMachinePhysicalRAM(const Napi::CallbackInfo& info);
   static Napi::Value GetAvailableRAM(const Napi::CallbackInfo& info);
@@ -135,18 +143,18 @@ Napi::Object VemoraCoreWrapper::Init(Napi::Env env, Napi::Object exports) {
   Napi::Function vemora_core = DefineClass(
       env, "VemoraCore",
       {
-          StaticMethod("getCpuUsage", &VemoraCoreWrapper::GetCpuUsage),
+          Method<&VemoraCoreWrapper::GetCpuUsage>(env, "getCpuUsage"),
           StaticValue("CPU_USAGE_ERROR_CODE", Napi::Number::New(env, -1.0)),
           StaticValue("RAM_METER_ERROR_CODE", Napi::Number::New(env, -1.0)),
-          StaticMethod("getMachinePhysicalRAM", &VemoraCoreWrapper::GetMachinePhysicalRAM),
-          StaticMethod("getAvailableRAM", &VemoraCoreWrapper::GetAvailableRAM),
-          StaticMethod("getMachinePhysicalVRAM", &VemoraCoreWrapper::GetMachinePhysicalVRAM),
-          StaticMethod("getAvailableVRAM", &VemoraCoreWrapper::GetAvailableVRAM),
-          StaticMethod("getAvailableVRAMByDevice", &VemoraCoreWrapper::GetAvailableVRAMByDevice),
-          StaticMethod("getProcessUsedRAM", &VemoraCoreWrapper::GetProcessUsedRAM),
-          StaticMethod("willFailToAllocate", &VemoraCoreWrapper::WillFailToAllocate),
-          StaticMethod("surveyHardware", &VemoraCoreWrapper::SurveyHardware),
-          StaticMethod("getDeviceType", &VemoraCoreWrapper::GetDeviceType),
+          Method<&VemoraCoreWrapper::GetMachinePhysicalRAM>(env, "getMachinePhysicalRAM"),
+          Method<&VemoraCoreWrapper::GetAvailableRAM>(env, "getAvailableRAM"),
+          Method<&VemoraCoreWrapper::GetMachinePhysicalVRAM>(env, "getMachinePhysicalVRAM"),
+          Method<&VemoraCoreWrapper::GetAvailableVRAM>(env, "getAvailableVRAM"),
+          Method<&VemoraCoreWrapper::GetAvailableVRAMByDevice>(env, "getAvailableVRAMByDevice"),
+          Method<&VemoraCoreWrapper::GetProcessUsedRAM>(env, "getProcessUsedRAM"),
+          Method<&VemoraCoreWrapper::WillFailToAllocate>(env, "willFailToAllocate"),
+          Method<&VemoraCoreWrapper::SurveyHardware>(env, "surveyHardware"),
+          Method<&VemoraCoreWrapper::GetDeviceType>(env, "getDeviceType"),
       });
 
   // A second initialisation in the same environment replaces the reference

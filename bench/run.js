@@ -136,9 +136,9 @@ function time(ns) {
   return `${(ns / 1e6).toFixed(1)} ms`;
 }
 
-function ratio(r) {
+function ratio(r, digits = 2) {
   if (r === undefined || Number.isNaN(r)) return 'n/a';
-  return r < 0.01 ? `1/${Math.round(1 / r)}` : `${r.toFixed(2)}x`;
+  return r < 0.01 ? `1/${Math.round(1 / r)}` : `${r.toFixed(digits)}x`;
 }
 
 function bytes(n) {
@@ -190,7 +190,7 @@ function report(config, js) {
     const vsFloor = t && floor.ns ? t.median / floor.ns : undefined;
     if (floor.ns) floorNotes.push(`  ${label}: ${floor.text}`);
     target(vsFloor === undefined ? undefined : vsFloor <= FLOOR_MAX,
-      `${label} median at most ${FLOOR_MAX}x its floor: ${ratio(vsFloor)}${t ? '' : ' (no such method yet)'}`);
+      `${label} median at most ${FLOOR_MAX}x its floor: ${ratio(vsFloor, 3)}${t ? '' : ' (no such method yet)'}`);
     const peerRows = (PEERS[label] || [{ peers: [] }]).map(({ peers, max }) => {
       const known = peers.length > 0 && peers.every((p) => timings.has(p));
       const peerNs = known ? peers.reduce((sum, p) => sum + timings.get(p).median, 0) : undefined;
@@ -198,7 +198,7 @@ function report(config, js) {
       if (max !== undefined) {
         const wanted = max < 0.01 ? `at least ${Math.round(1 / max)}x faster than` : `at most ${max}x`;
         target(vsPeer === undefined ? undefined : vsPeer <= max,
-          `${label} ${wanted} ${peers.join(' + ')}: ${ratio(vsPeer)}${t ? '' : ' (no such method yet)'}`);
+          `${label} ${wanted} ${peers.join(' + ')}: ${ratio(vsPeer, 3)}${t ? '' : ' (no such method yet)'}`);
       }
       return [peers.join(' + ') || '-', time(peerNs), ratio(vsPeer)];
     });

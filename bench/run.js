@@ -172,9 +172,9 @@ function report(config, js) {
   const labels = [...ours, ...EXPECTED.filter((l) => !ours.includes(l))];
 
   function floorOf(label) {
-    const spec = floors[label];
-    if (!spec || !timings.has(spec[0])) return { ns: undefined, text: 'n/a' };
-    const [crossing, readings] = spec;
+    const entry = floors[label];
+    if (!entry || !timings.has(entry[0])) return { ns: undefined, text: 'n/a' };
+    const [crossing, readings] = entry;
     if (readings.some((r) => !nativeMedian.has(r))) return { ns: undefined, text: 'n/a' };
     const ns = timings.get(crossing).median + readings.reduce((sum, r) => sum + nativeMedian.get(r), 0);
     return { ns, text: `${crossing} + ${readings.length ? readings.join(' + ') : 'nothing'}` };

@@ -41,7 +41,7 @@ std::optional<std::uint64_t> Bytes(Kib kib) {
 struct MeminfoRow {
   std::string name;  // the tree
   int error;         // of ReadMeminfo
-  Kib total, free, available, unevictable, swap_total, swap_free;
+  Kib free, available, unevictable;
   Reading<VmPageCounts> pages;  // at 4 KiB pages
 };
 
@@ -55,12 +55,9 @@ TEST_P(MachineMeminfo, FiguresOrErrno) {
   ASSERT_EQ(meminfo.error, row.error);
   if (!meminfo.ok()) return;
   const files::Meminfo& m = meminfo.value;
-  EXPECT_EQ(m.total_bytes, Bytes(row.total));
   EXPECT_EQ(m.free_bytes, Bytes(row.free));
   EXPECT_EQ(m.available_bytes, Bytes(row.available));
   EXPECT_EQ(m.unevictable_bytes, Bytes(row.unevictable));
-  EXPECT_EQ(m.swap_total_bytes, Bytes(row.swap_total));
-  EXPECT_EQ(m.swap_free_bytes, Bytes(row.swap_free));
   const auto pages = files::PageCountsFromMeminfo(m, kPageBytes);
   ASSERT_EQ(pages.error, row.pages.error);
   EXPECT_EQ(pages.value.free_count, row.pages.value.free_count);
@@ -69,45 +66,31 @@ TEST_P(MachineMeminfo, FiguresOrErrno) {
   EXPECT_EQ(pages.value.wire_count, row.pages.value.wire_count);
 }
 
-constexpr std::uint64_t k2To54 = 1ULL << 54;
-
 INSTANTIATE_TEST_SUITE_P(
     Trees, MachineMeminfo,
     ::testing::Values(
         // MemAvailable is below MemFree on this idle VM: free pages stop at it.
-        MeminfoRow{"debian12-x86_64-vm", 0, 24684096, 24488680, 24414276, 10324, 0, 0,
+        MeminfoRow{"debian12-x86_64-vm", 0, 24488680, 24414276, 10324,
                    Value(VmPageCounts{24414276 / 4, 0, 0, 10324 / 4})},
-        MeminfoRow{"missing-proc-files", ENOENT, {}, {}, {}, {}, {}, {}, {}},
+        MeminfoRow{"missing-proc-files", ENOENT, {}, {}, {}, {}},
         // Cut inside the Unevictable key: what came before is read, the rest
         // is missing, so there are no page counts.
-        MeminfoRow{"truncated-proc-files",
-                   0,
-                   24684096,
-                   24488680,
-                   24414276,
-                   {},
-                   {},
-                   {},
-                   Failure<VmPageCounts>(ENODATA)},
-        MeminfoRow{"unreadable-proc-files", EISDIR, {}, {}, {}, {}, {}, {}, {}},
-        MeminfoRow{"oversized-proc-files", EFBIG, {}, {}, {}, {}, {}, {}, {}},
+        MeminfoRow{
+            "truncated-proc-files", 0, 24488680, 24414276, {}, Failure<VmPageCounts>(ENODATA)},
+        MeminfoRow{"unreadable-proc-files", EISDIR, {}, {}, {}, {}},
+        // Padding past the read buffer: the figures come before it.
+        MeminfoRow{"oversized-proc-files", 0, 24488680, 24414276, 10324,
+                   Value(VmPageCounts{24414276 / 4, 0, 0, 10324 / 4})},
         // The kernel clamps MemAvailable at 0 when its reserves exceed what is free.
-        MeminfoRow{"available-below-free", 0, 24684096, 65536, 0, 10324, 0, 0,
+        MeminfoRow{"available-below-free", 0, 65536, 0, 10324,
                    Value(VmPageCounts{0, 0, 0, 10324 / 4})},
         // 16 TiB free is 2^32 pages of 4 KiB, one more than a 32-bit counter holds.
-        MeminfoRow{"huge-values", 0, 34359738368, 17179869184, 17179869188, 0, k2To54 - 1,
-                   k2To54 - 1, Failure<VmPageCounts>(EOVERFLOW)},
+        MeminfoRow{"huge-values", 0, 17179869184, 17179869188, 0, Failure<VmPageCounts>(EOVERFLOW)},
         // 2^54 KiB is 2^64 bytes; the next value does not even fit in 64 bits.
-        MeminfoRow{"values-past-64-bits",
-                   0,
-                   {},
-                   24488680,
-                   {},
-                   10324,
-                   0,
-                   0,
-                   Failure<VmPageCounts>(ENODATA)}),
+        MeminfoRow{"values-past-64-bits", 0, 24488680, {}, 10324, Failure<VmPageCounts>(ENODATA)}),
     RowName<MeminfoRow>);
+
+constexpr std::uint64_t k2To54 = 1ULL << 54;
 
 struct ProcessRow {
   std::string name;
@@ -140,7 +123,9 @@ INSTANTIATE_TEST_SUITE_P(
         ProcessRow{"truncated", "truncated-proc-files", 4242, Value(ProcessMemory{2280 * 1024, 0})},
         ProcessRow{"unreadable", "unreadable-proc-files", 4242, Failure<ProcessMemory>(EISDIR)},
         // 3000 supplementary groups push the status file past the read buffer.
-        ProcessRow{"oversized", "oversized-proc-files", 4242, Failure<ProcessMemory>(EFBIG)},
+        // A Groups line longer than the read buffer is skipped, not fatal.
+        ProcessRow{"oversized", "oversized-proc-files", 4242,
+                   Value(ProcessMemory{2280 * 1024, 156 * 1024})},
         // RssAnon + VmSwap is 2^64 - 1024 bytes: the largest sum that fits.
         ProcessRow{"huge", "huge-values", 4242,
                    Value(ProcessMemory{(k2To54 - 1) * 1024, ~std::uint64_t{0} - 1023})},

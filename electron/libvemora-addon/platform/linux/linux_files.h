@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/linux/proc_text.h"
 #include "platform/platform.h"
 
 namespace vemora::platform::linux_files {
@@ -18,15 +19,19 @@ namespace vemora::platform::linux_files {
 int ReadSmallFile(const char* root, const char* path, char* buffer, std::size_t capacity,
                   std::size_t* length);
 
+// Reads a "Key: number" file such as /proc/meminfo until every wanted key is
+// found or the file ends: the kernel writes the whole text on the first read,
+// so one read usually does, without a second one that only finds the end.
+// Returns 0, or the errno of the failed step.
+int ReadKeyedNumbers(const char* root, const char* path, linux_text::KeyedNumber* wanted,
+                     std::size_t count);
+
 // The /proc/meminfo figures the add-on uses, in bytes; a key that is missing
 // or malformed stays unset.
 struct Meminfo {
-  std::optional<std::uint64_t> total_bytes;
   std::optional<std::uint64_t> free_bytes;
   std::optional<std::uint64_t> available_bytes;
   std::optional<std::uint64_t> unevictable_bytes;
-  std::optional<std::uint64_t> swap_total_bytes;
-  std::optional<std::uint64_t> swap_free_bytes;
 };
 Reading<Meminfo> ReadMeminfo(const char* root);
 // ReadMeminfo's parse step, on the file's text.

@@ -47,12 +47,14 @@ Reading<VmPageCounts> host_vm_statistics64(HostPort) { return vm_page_counts(); 
 Reading<VmPageCounts> host_vm_statistics32(HostPort) { return vm_page_counts(); }
 
 Reading<SwapUsage> swap_usage() {
-  const auto meminfo = linux_files::ReadMeminfo(kRoot);
-  if (!meminfo.ok()) return Failure<SwapUsage>(meminfo.error);
-  const auto& total = meminfo.value.swap_total_bytes;
-  const auto& free = meminfo.value.swap_free_bytes;
-  if (!total || !free || *free > *total) return Failure<SwapUsage>(ENODATA);
-  return Value(SwapUsage{*total, *total - *free});
+  // sysinfo's totalswap and freeswap come from si_swapinfo, as /proc/meminfo's
+  // SwapTotal and SwapFree do: the same counts, without the file.
+  struct sysinfo info {};
+  if (::sysinfo(&info) != 0) return Failure<SwapUsage>(errno);
+  const std::uint64_t total = std::uint64_t{info.totalswap} * info.mem_unit;
+  const std::uint64_t free = std::uint64_t{info.freeswap} * info.mem_unit;
+  if (free > total) return Failure<SwapUsage>(ENODATA);
+  return Value(SwapUsage{total, total - free});
 }
 
 Reading<ProcessMemory> process_memory(int pid) {

@@ -1,6 +1,6 @@
 #include "platform/linux/proc_text.h"
 
-#include <limits>
+#include <charconv>
 
 namespace vemora::platform::linux_text {
 namespace {
@@ -18,14 +18,12 @@ std::string_view TrimBlanks(std::string_view s) {
 std::optional<std::uint64_t> ParseNumber(std::string_view field) {
   field = TrimBlanks(field);
   std::uint64_t value = 0;
-  std::size_t i = 0;
-  for (; i < field.size() && field[i] >= '0' && field[i] <= '9'; ++i) {
-    const std::uint64_t digit = static_cast<std::uint64_t>(field[i] - '0');
-    if (value > (std::numeric_limits<std::uint64_t>::max() - digit) / 10) return std::nullopt;
-    value = value * 10 + digit;
-  }
-  if (i == 0) return std::nullopt;
-  const std::string_view unit = TrimBlanks(field.substr(i));
+  const char* end = field.data() + field.size();
+  // from_chars takes digits only (no sign, no blank) and refuses overflow.
+  const auto [digits_end, error] = std::from_chars(field.data(), end, value);
+  if (error != std::errc()) return std::nullopt;
+  const std::string_view unit =
+      TrimBlanks({digits_end, static_cast<std::size_t>(end - digits_end)});
   if (!unit.empty() && unit != "kB") return std::nullopt;
   return value;
 }
@@ -43,19 +41,33 @@ void ForEachKeyedLine(std::string_view text, Visit visit) {
   }
 }
 
+// The number of the first line whose key is `key` and whose number is well
+// formed: the line holds blanks, the key, blanks or carriage returns, its
+// first colon, then the number. Searching for the key itself, rather than
+// cutting every line into key and value, keeps the parse a small part of a
+// reading's cost. Keys are plain words: no blank, colon or newline.
+std::optional<std::uint64_t> FirstNumberOf(std::string_view text, std::string_view key) {
+  for (std::size_t at = text.find(key); at != std::string_view::npos; at = text.find(key, at + 1)) {
+    std::size_t start = at;
+    while (start > 0 && IsBlank(text[start - 1])) --start;
+    if (start > 0 && text[start - 1] != '\n') continue;
+    std::size_t colon = at + key.size();
+    while (colon < text.size() && (IsBlank(text[colon]) || text[colon] == '\r')) ++colon;
+    if (colon == text.size() || text[colon] != ':') continue;
+    const std::size_t end = text.find('\n', colon);
+    const std::string_view field = text.substr(
+        colon + 1, end == std::string_view::npos ? std::string_view::npos : end - colon - 1);
+    if (const auto value = ParseNumber(field)) return value;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 void ParseKeyedNumbers(std::string_view text, KeyedNumber* wanted, std::size_t count) {
-  std::size_t remaining = count;
-  ForEachKeyedLine(text, [&](std::string_view key, std::string_view field) {
-    for (std::size_t i = 0; i < count; ++i) {
-      if (wanted[i].key == key && !wanted[i].value) {
-        wanted[i].value = ParseNumber(field);
-        if (wanted[i].value) --remaining;
-      }
-    }
-    return remaining > 0;
-  });
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!wanted[i].value) wanted[i].value = FirstNumberOf(text, wanted[i].key);
+  }
 }
 
 std::string_view FirstLine(std::string_view text) {

@@ -18,7 +18,9 @@ struct KeyedNumber {
   std::optional<std::uint64_t> value;
 };
 
-// Fills the wanted keys from the text; stops reading once all are found.
+// Fills each wanted key that is still unset with the number of the first line
+// that has the key and a well-formed number. Keys filled already are kept, so
+// a file read in pieces is parsed piece by piece.
 void ParseKeyedNumbers(std::string_view text, KeyedNumber* wanted, std::size_t count);
 
 // The first line of a sysfs attribute, without its newline.

@@ -186,7 +186,9 @@ Napi::Value VemoraCoreWrapper::GetCpuUsage(const Napi::CallbackInfo& info) {
     usage = vemora_utils::GetCpuUsage(pid, second);
   } catch (const std::runtime_error& e) {
     // Not measurable on this platform: tell the caller, keep the host alive.
-    throw Napi::Error::New(env, e.what());
+    // Thrown straight into JavaScript, without a second C++ unwinding.
+    Napi::Error::New(env, e.what()).ThrowAsJavaScriptException();
+    return env.Null();
   }
   return Napi::Number::New(env, static_cast<double>(usage));
 }

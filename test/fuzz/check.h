@@ -1,9 +1,10 @@
-// A property every input must keep. Breaking one aborts, so libFuzzer saves
-// the input as a crash artifact just as it does for a sanitizer report.
+// A property every input must keep. Breaking one aborts, so libFuzzer keeps
+// the input as a crash artifact, as it does for a sanitizer report.
 #pragma once
 
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 
 #define VEMORA_FUZZ_CHECK(condition)                                                        \
   do {                                                                                      \
@@ -13,9 +14,10 @@
     }                                                                                       \
   } while (0)
 
-// True when view lies inside text (an empty view anywhere counts).
-template <typename View>
-bool Within(View view, View text) {
-  return view.empty() ||
-         (view.data() >= text.data() && view.data() + view.size() <= text.data() + text.size());
+// A non-empty value inside text, with no blank at either end (nor a CR at its end).
+inline bool TrimmedWithin(std::string_view value, std::string_view text) {
+  const auto blank = [](char c) { return c == ' ' || c == '\t'; };
+  return !value.empty() && value.data() >= text.data() &&
+         value.data() + value.size() <= text.data() + text.size() && !blank(value.front()) &&
+         !blank(value.back()) && value.back() != '\r';
 }

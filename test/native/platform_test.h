@@ -1,28 +1,14 @@
-// Base fixture for tests on the fake platform: a fresh script before each
-// test, and after it the proof that every object lent was given back once.
+// Helpers of the tests on the fake platform. release_check_main.cc resets the
+// fake before every test and checks after it that everything lent came back.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <string>
 
 #include "platform/fake/fake_platform.h"
 
 namespace fake = vemora::platform::fake;
-
-class PlatformTest : public ::testing::Test {
- protected:
-  void SetUp() override { fake::reset(); }
-  void TearDown() override {
-    EXPECT_EQ(fake::live_objects(), (std::map<std::string, int>{})) << "objects never released";
-    EXPECT_TRUE(fake::misuse().empty()) << fake::misuse().front();
-  }
-  static fake::Script& script() { return fake::script(); }
-};
-
-template <typename Row>
-class PlatformTestWithParam : public PlatformTest, public ::testing::WithParamInterface<Row> {};
 
 // Runs fn with the standard error stream captured and returns what it wrote.
 template <typename Fn>
@@ -31,3 +17,6 @@ std::string CaptureStderr(Fn fn) {
   fn();
   return ::testing::internal::GetCapturedStderr();
 }
+
+// Names each TEST_P row after its `name` field.
+inline constexpr auto ByName = [](const auto& info) { return std::string(info.param.name); };

@@ -1,14 +1,17 @@
-// The CPU, GPU and whole-hardware surveys on the scripted platform, and the
-// names JavaScript sees for every enumeration value.
+// The CPU, GPU and whole-hardware surveys, the names JavaScript sees, and the
+// kind of machine, on the scripted platform: an M2 Max laptop ("Mac14,6", an
+// internal battery) with Apple GPU families 1 to 8 and macOS 14.5.
 #include <algorithm>
 #include <cstdint>
 #include <map>
-#include <ostream>
+#include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform_test.h"
 #include "system/cpu_survey.h"
+#include "system/device_type.h"
 #include "system/gpu_survey.h"
 #include "system/hardware_survey.h"
 
@@ -21,67 +24,51 @@ using vemora::platform::Value;
 using Arch = CpuArchitecture;
 using Ext = CpuInstructionSetExtension;
 using Info = std::map<std::string, std::string>;
+using S = fake::Script&;
 
 constexpr std::int32_t kX86_64 = 0x01000007, kArm64 = 0x0100000C;
-constexpr std::uint64_t kGiB = 1ULL << 30;
 constexpr const char* kNoAppleGpu =
     "Error trying to query Apple gpus: No Apple GPUs found or not an Apple ARM64 platform.";
-constexpr const char* kGpuOk = "Successfully queried Apple Silicon for GPU Info.";
 
+void Keep(S) {}
+long Count(const std::string& call) {
+  return std::count(fake::calls().begin(), fake::calls().end(), call);
+}
 template <typename E>
 std::string Name(std::string (*to_str)(E), int value) {
   return to_str(static_cast<E>(value));
 }
 
-TEST(Names, EveryValueAndTheFallbacks) {
+// Values past each table, negative ones too, fall back to one name.
+TEST(Names, LastInTheTableAndPastIt) {
   const std::pair<std::string, std::string> rows[] = {
-      {Name(ResultCodeToStr, 0), "Unset"},
-      {Name(ResultCodeToStr, 3), "NoDevicesFound"},
-      {Name(ResultCodeToStr, 5), "InitializationFailed"},
-      {Name(ResultCodeToStr, 8), "NotImplemented"},
-      {Name(ResultCodeToStr, 9), "Unknown"},
-      {Name(ResultCodeToStr, -1), "Unknown"},
-      {Name(CpuArchitectureToStr, 0), "x86_64"},
-      {Name(CpuArchitectureToStr, 1), "ARM64"},
-      {Name(CpuArchitectureToStr, 2), "Unknown"},
-      {Name(CpuInstructionSetExtensionToStr, 0), "AVX"},
-      {Name(CpuInstructionSetExtensionToStr, 2), "AdvSIMD"},
-      {CpuInstructionSetExtensionsToStr({}), ""},
-      {CpuInstructionSetExtensionsToStr({Ext::AVX2}), "AVX2"},
-      {Name(GpuIntegrationTypeToStr, 2), "Discrete"},
-      {Name(GpuIntegrationTypeToStr, 3), "Unknown"},
-      {Name(GpuDetectionPlatformToStr, 0), "Unknown"},
-      {Name(GpuDetectionPlatformToStr, 3), "OpenCl"},
-      {Name(GpuDetectionPlatformToStr, 7), "OpenVINO"},
-      {Name(GpuDetectionPlatformToStr, 8), "Unknown"},
-      {Name(GpuDetectionPlatformToStr, -1), "Unknown"},
-      {Name(DeviceTypeToStr, 2), "MacMini"},
-      {Name(DeviceTypeToStr, 3), "MacStudio"},
-      {Name(DeviceTypeToStr, 4), "Other"},
-      {Name(DeviceTypeToStr, -1), "Other"},
+      // clang-format off
+      {Name(ResultCodeToStr, 8), "NotImplemented"}, {Name(ResultCodeToStr, 9), "Unknown"}, {Name(ResultCodeToStr, -1), "Unknown"},
+      {Name(CpuArchitectureToStr, 3), "Unknown"}, {Name(CpuInstructionSetExtensionToStr, 2), "AdvSIMD"},
+      {Name(CpuInstructionSetExtensionToStr, 3), "Unknown"}, {Name(GpuIntegrationTypeToStr, 3), "Unknown"},
+      {Name(GpuDetectionPlatformToStr, 7), "OpenVINO"}, {Name(GpuDetectionPlatformToStr, 8), "Unknown"},
+      {Name(DeviceTypeToStr, 3), "MacStudio"}, {Name(DeviceTypeToStr, 4), "Other"}, {Name(DeviceTypeToStr, -1), "Other"},
+      {CpuInstructionSetExtensionsToStr({}), ""}, {CpuInstructionSetExtensionsToStr({Ext::AVX2}), "AVX2"},
+      // clang-format on
   };
   for (const auto& [actual, expected] : rows) EXPECT_EQ(actual, expected);
   const std::string two = CpuInstructionSetExtensionsToStr({Ext::AVX, Ext::AVX2});
   EXPECT_TRUE(two == "AVX, AVX2" || two == "AVX2, AVX") << two;
 }
 
-// ---- CPU ------------------------------------------------------------------------
-
 struct CpuRow {
   const char* name;
   Reading<std::string> brand;
-  Reading<std::int32_t> cpu_type;
-  Reading<std::int32_t> avx2;
+  Reading<std::int32_t> cpu_type, avx2;
   CpuInfo expected;
 };
-void PrintTo(const CpuRow& row, std::ostream* out) { *out << row.name; }
-class CpuSurvey : public PlatformTestWithParam<CpuRow> {};
+class CpuSurvey : public ::testing::TestWithParam<CpuRow> {};
 
 TEST_P(CpuSurvey, FillsWhatTheKernelAnswers) {
   const CpuRow& row = GetParam();
-  script().brand = row.brand;
-  script().cpu_type = row.cpu_type;
-  script().avx2 = row.avx2;
+  fake::script().brand = row.brand;
+  fake::script().cpu_type = row.cpu_type;
+  fake::script().avx2 = row.avx2;
   const auto [result, cpu] = SurveyCpu();
   EXPECT_EQ(result.code, ResultCode::Success);
   EXPECT_EQ(result.message, "");
@@ -89,9 +76,7 @@ TEST_P(CpuSurvey, FillsWhatTheKernelAnswers) {
   EXPECT_EQ(cpu.architecture, row.expected.architecture);
   EXPECT_EQ(cpu.supportedInstructionSetExtensions, row.expected.supportedInstructionSetExtensions);
   // Only an x86_64 CPU is asked about AVX2.
-  const auto& calls = fake::calls();
-  EXPECT_EQ(std::count(calls.begin(), calls.end(), "cpu_avx2_flag"),
-            row.cpu_type.ok() && row.cpu_type.value == kX86_64 ? 1 : 0);
+  EXPECT_EQ(Count("cpu_avx2_flag"), row.cpu_type.ok() && row.cpu_type.value == kX86_64);
 }
 
 const Reading<std::string> kM2 = Value(std::string("Apple M2 Max\0", 13));
@@ -99,155 +84,227 @@ const auto kNone = Failure<std::int32_t>(2);
 constexpr const char* kM2Name = "Apple M2 Max";
 
 // clang-format off
-INSTANTIATE_TEST_SUITE_P(Rows, CpuSurvey, ::testing::Values(
-    CpuRow{"apple_m2_max", kM2, Value(kArm64), kNone, {kM2Name, Arch::ARM64, {Ext::AdvSIMD}}},
-    CpuRow{"brand_unreadable", Failure<std::string>(2), Value(kArm64), kNone,
-           {"", Arch::ARM64, {Ext::AdvSIMD}}},
-    CpuRow{"brand_stops_at_nul", Value(std::string("Xeon\0junk", 9)), kNone, kNone,
-           {"Xeon", Arch::Unknown, {}}},
-    CpuRow{"brand_capped_at_256", Value(std::string(300, 'x')), kNone, kNone,
-           {std::string(256, 'x'), Arch::Unknown, {}}},
-    CpuRow{"cpu_type_unreadable", kM2, kNone, Value(1), {kM2Name, Arch::Unknown, {}}},
-    CpuRow{"x86_with_avx2", kM2, Value(kX86_64), Value(1), {kM2Name, Arch::x86_64, {Ext::AVX2}}},
-    CpuRow{"x86_avx2_zero", kM2, Value(kX86_64), Value(0), {kM2Name, Arch::x86_64, {}}},
-    CpuRow{"x86_avx2_key_missing", kM2, Value(kX86_64), kNone, {kM2Name, Arch::x86_64, {}}},
-    CpuRow{"arm64_never_asks_avx2", kM2, Value(kArm64), Value(1),
-           {kM2Name, Arch::ARM64, {Ext::AdvSIMD}}},
-    CpuRow{"arm32_is_unknown", kM2, Value(12), Value(1), {kM2Name, Arch::Unknown, {}}}),
-    [](const auto& row) { return std::string(row.param.name); });
+const CpuRow kCpuRows[] = {
+    {"m2_max_never_asks_avx2", kM2, Value(kArm64), Value(1), {kM2Name, Arch::ARM64, {Ext::AdvSIMD}}},
+    {"brand_unreadable", Failure<std::string>(2), Value(kArm64), kNone, {"", Arch::ARM64, {Ext::AdvSIMD}}},
+    {"xeon_brand_stops_at_nul", Value(std::string("Xeon\0junk", 9)), Value(kX86_64), Value(1), {"Xeon", Arch::x86_64, {Ext::AVX2}}},
+    {"arm32_brand_capped_at_256", Value(std::string(300, 'x')), Value(12), Value(1), {std::string(256, 'x'), Arch::Unknown, {}}},
+    {"cpu_type_unreadable", kM2, kNone, Value(1), {kM2Name, Arch::Unknown, {}}},
+    {"x86_avx2_zero", kM2, Value(kX86_64), Value(0), {kM2Name, Arch::x86_64, {}}},
+    {"x86_avx2_key_missing", kM2, Value(kX86_64), kNone, {kM2Name, Arch::x86_64, {}}},
+};
 // clang-format on
-
-TEST_F(PlatformTest, CpuQueryThatThrowsGivesErrorAndTheDefaultRecord) {
-  script().brand_throws = true;
-  const auto [result, cpu] = SurveyCpu();
-  EXPECT_EQ(result.code, ResultCode::Error);
-  EXPECT_EQ(result.message, "fake CPU query failed");
-  EXPECT_EQ(cpu.name, "");
-  EXPECT_EQ(cpu.architecture, Arch::Unknown);
-  EXPECT_TRUE(cpu.supportedInstructionSetExtensions.empty());
-}
-
-// ---- GPU ----------------------------------------------------------------------------
+INSTANTIATE_TEST_SUITE_P(Rows, CpuSurvey, ::testing::ValuesIn(kCpuRows), ByName);
 
 struct GpuRow {
   const char* name;
-  void (*arrange)(fake::Script&);
-  std::string gpu_name;
+  void (*arrange)(S);
+  const char* gpu_name;
   Info other_info;
-  long last_family_probed = 1008;  // 0: no device, no probe
-  std::uint64_t total_bytes = 64 * kGiB;
-  std::uint64_t dedicated_bytes = 48 * kGiB;
+  long lowest_family_probed;  // counting down from 1020; 0: no device, no probe
+  std::uint64_t total_bytes = 64ULL << 30, dedicated_bytes = 48ULL << 30;
 };
-void PrintTo(const GpuRow& row, std::ostream* out) { *out << row.name; }
-class GpuSurvey : public PlatformTestWithParam<GpuRow> {};
+class GpuSurvey : public ::testing::TestWithParam<GpuRow> {};
 
 TEST_P(GpuSurvey, DescribesTheOneAppleGpu) {
   const GpuRow& row = GetParam();
-  row.arrange(script());
+  row.arrange(fake::script());
   GpuSurveyResult survey;
   CaptureStderr([&] { survey = SurveyGpus(); });
   EXPECT_EQ(survey.first.code, ResultCode::Success);
-  EXPECT_EQ(survey.first.message, kGpuOk);
+  EXPECT_EQ(survey.first.message, "Successfully queried Apple Silicon for GPU Info.");
   ASSERT_EQ(survey.second.size(), 1u);
   const GpuInfo& gpu = survey.second[0];
   EXPECT_EQ(gpu.name, row.gpu_name);
-  EXPECT_EQ(gpu.deviceId, 0);
   EXPECT_EQ(gpu.totalMemoryCapacityBytes, row.total_bytes);
   EXPECT_EQ(gpu.dedicatedMemoryCapacityBytes, row.dedicated_bytes);
-  EXPECT_EQ(gpu.integrationType, GpuIntegrationType::Integrated);
-  EXPECT_EQ(gpu.detectionPlatform, GpuDetectionPlatform::Metal);
+  EXPECT_EQ(std::tie(gpu.deviceId, gpu.integrationType, gpu.detectionPlatform),
+            std::make_tuple(0, GpuIntegrationType::Integrated, GpuDetectionPlatform::Metal));
   EXPECT_EQ(gpu.detectionPlatformVersion, "");
   EXPECT_EQ(Info(gpu.otherInfo.begin(), gpu.otherInfo.end()), row.other_info);
-
   std::vector<std::string> probes, expected_probes;
-  for (const auto& call : fake::calls()) {
+  for (const std::string& call : fake::calls()) {
     if (call.rfind("metal_device_supports_family", 0) == 0) probes.push_back(call);
   }
-  for (long family = 1020; row.last_family_probed != 0 && family >= row.last_family_probed;
-       --family)
+  for (long family = 1020; row.lowest_family_probed && family >= row.lowest_family_probed; --family)
     expected_probes.push_back("metal_device_supports_family " + std::to_string(family));
   EXPECT_EQ(probes, expected_probes);
 }
 
-const Info kApple8 = {{"metalGpuFamilyNumeric", "8"}, {"osProductVersion", "14.5"}};
+Info Other(const char* family, const char* version) {
+  Info info;
+  if (family) info["metalGpuFamilyNumeric"] = family;
+  if (version) info["osProductVersion"] = version;
+  return info;
+}
 
 // clang-format off
-INSTANTIATE_TEST_SUITE_P(Rows, GpuSurvey, ::testing::Values(
-    GpuRow{"m2_max_apple8", [](fake::Script&) {}, "Apple M2 Max", kApple8},
-    GpuRow{"no_metal_device", [](fake::Script& s) { s.metal_device = false; }, "Apple Silicon",
-           {{"osProductVersion", "14.5"}}, 0, 64 * kGiB, ~0ULL},
-    GpuRow{"nil_name", [](fake::Script& s) { s.metal_name.reset(); }, "Apple Silicon", kApple8},
-    GpuRow{"empty_name", [](fake::Script& s) { s.metal_name = ""; }, "", kApple8},
-    GpuRow{"apple9_yes_on_the_twelfth_probe",
-           [](fake::Script& s) { s.supported_families.insert(1009); }, "Apple M2 Max",
-           {{"metalGpuFamilyNumeric", "9"}, {"osProductVersion", "14.5"}}, 1009},
-    GpuRow{"first_yes_from_the_top_counts",
-           [](fake::Script& s) { s.supported_families = {1009, 1020}; }, "Apple M2 Max",
-           {{"metalGpuFamilyNumeric", "20"}, {"osProductVersion", "14.5"}}, 1020},
-    GpuRow{"no_family", [](fake::Script& s) { s.supported_families.clear(); }, "Apple M2 Max",
-           {{"osProductVersion", "14.5"}}, 1001},
-    GpuRow{"os_version_unreadable",
-           [](fake::Script& s) { s.os_version = Failure<std::string>(12); }, "Apple M2 Max",
-           {{"metalGpuFamilyNumeric", "8"}}},
-    GpuRow{"os_version_empty", [](fake::Script& s) { s.os_version = Value(std::string(1, '\0')); },
-           "Apple M2 Max", {{"metalGpuFamilyNumeric", "8"}, {"osProductVersion", ""}}},
-    GpuRow{"memsize_unreadable_kept_as_all_bits",
-           [](fake::Script& s) { s.physical_memory = Failure<std::uint64_t>(1); }, "Apple M2 Max",
-           kApple8, 1008, ~0ULL}),
-    [](const auto& row) { return std::string(row.param.name); });
+const GpuRow kGpuRows[] = {
+    {"m2_max_apple8", Keep, "Apple M2 Max", Other("8", "14.5"), 1008},
+    {"first_yes_from_the_top_counts", [](S s) { s.supported_families = {1009, 1020}; }, "Apple M2 Max", Other("20", "14.5"), 1020},
+    {"no_family_no_version", [](S s) { s.supported_families.clear(); s.os_version = Failure<std::string>(2); }, "Apple M2 Max",
+     Other(nullptr, nullptr), 1001},
+    {"os_version_empty", [](S s) { s.os_version = Value(std::string(1, '\0')); }, "Apple M2 Max", Other("8", ""), 1008},
+    {"nil_name", [](S s) { s.metal_name.reset(); }, "Apple Silicon", Other("8", "14.5"), 1008},
+    {"empty_name", [](S s) { s.metal_name = ""; }, "", Other("8", "14.5"), 1008},
+    // A failed figure (-1) is kept as all 64 bits set.
+    {"no_device_memsize_unreadable", [](S s) { s.metal_device = false; s.physical_memory = Failure<std::uint64_t>(1); },
+     "Apple Silicon", Other(nullptr, "14.5"), 0, ~0ULL, ~0ULL},
+};
 // clang-format on
+INSTANTIATE_TEST_SUITE_P(Rows, GpuSurvey, ::testing::ValuesIn(kGpuRows), ByName);
 
-TEST_F(PlatformTest, GpuSurveyOffArm64FindsNothingAndAsksNothingMore) {
+// Memory figures first, then the Metal queries inside one autorelease pool.
+TEST(GpuSurvey, AsksMemoryBeforeMetalInsideOnePool) {
+  SurveyGpus();
+  const std::vector<std::string> order = {
+      "gpu_host_cpu_type",     "physical_memory_bytes", "metal_recommended_working_set_bytes",
+      "autorelease_pool_push", "metal_device_name",     "os_product_version",
+      "autorelease_pool_pop"};
+  std::vector<std::string> asked;
+  for (const std::string& call : fake::calls())
+    if (std::count(order.begin(), order.end(), call)) asked.push_back(call);
+  EXPECT_EQ(asked, order);
+}
+
+// The GPU half first. Off 64-bit ARM it asks nothing but the CPU type, and
+// each half keeps its own status, with no payload beside a failure.
+TEST(HardwareSurvey, KeepsEachHalfApart) {
+  const HardwareSurveyResult both = SurveyHardware();
+  EXPECT_EQ(both.gpuSurveyResult.second.size(), 1u);
+  EXPECT_EQ(both.cpuSurveyResult.second.name, "Apple M2 Max");
+  EXPECT_EQ(fake::calls().front(), "gpu_host_cpu_type");
   for (const auto cpu_type : {Value(kX86_64), Failure<std::int32_t>(2)}) {
     fake::reset();
-    script().gpu_host_cpu_type = cpu_type;
-    const auto [result, gpus] = SurveyGpus();
-    EXPECT_EQ(result.code, ResultCode::NoDevicesFound);
-    EXPECT_EQ(result.message, kNoAppleGpu);
-    EXPECT_TRUE(gpus.empty());
-    EXPECT_EQ(fake::calls(), std::vector<std::string>{"gpu_host_cpu_type"});
+    fake::script().gpu_host_cpu_type = cpu_type;
+    fake::script().brand_throws = true;
+    const auto [gpus, cpu] = SurveyHardware();
+    EXPECT_EQ(gpus.first.code, ResultCode::NoDevicesFound);
+    EXPECT_EQ(gpus.first.message, kNoAppleGpu);
+    EXPECT_TRUE(gpus.second.empty());
+    EXPECT_EQ(fake::calls().at(1), "cpu_brand_string");
+    EXPECT_EQ(cpu.first.code, ResultCode::Error);
+    EXPECT_EQ(cpu.first.message, "fake CPU query failed");
+    EXPECT_EQ(cpu.second.name, "");
+    EXPECT_EQ(cpu.second.architecture, Arch::Unknown);
+    EXPECT_TRUE(cpu.second.supportedInstructionSetExtensions.empty());
   }
 }
 
-TEST_F(PlatformTest, GpuSurveyAsksMemoryBeforeMetalInsideOnePool) {
-  SurveyGpus();
-  const auto& calls = fake::calls();
-  const auto at = [&](const char* name) {
-    return std::find(calls.begin(), calls.end(), name) - calls.begin();
-  };
-  EXPECT_EQ(at("gpu_host_cpu_type"), 0);
-  EXPECT_LT(at("physical_memory_bytes"), at("metal_recommended_working_set_bytes"));
-  EXPECT_LT(at("metal_recommended_working_set_bytes"), at("autorelease_pool_push"));
-  EXPECT_LT(at("autorelease_pool_push"), at("metal_device_name"));
-  EXPECT_LT(at("metal_device_name"), at("os_product_version"));
-  EXPECT_EQ(calls.back(), "autorelease_pool_pop");
+// ---- Kind of machine: each identifier (from "hw.model") with and without a battery ---------
+
+constexpr DeviceType kLaptop = DeviceType::Laptop, kDesktop = DeviceType::Desktop,
+                     kMini = DeviceType::MacMini, kStudio = DeviceType::MacStudio,
+                     kOther = DeviceType::Other;
+
+struct RuleRow {
+  std::optional<std::string> model;  // unset: no source has one
+  DeviceType with_battery, without_battery;
+  bool asks_battery;
+};
+RuleRow Decides(const char* model, DeviceType type) { return {model, type, type, false}; }
+RuleRow ByBattery(std::optional<std::string> model, DeviceType without) {
+  return {std::move(model), kLaptop, without, true};
+}
+class Classification : public ::testing::TestWithParam<std::tuple<RuleRow, bool>> {};
+
+TEST_P(Classification, FollowsTheRulesInOrder) {
+  const auto& [row, battery] = GetParam();
+  fake::script().hw_model = row.model ? Value(*row.model + '\0') : Failure<std::string>(2);
+  if (!battery) fake::script().power_sources.clear();
+  EXPECT_EQ(GetDeviceType(), battery ? row.with_battery : row.without_battery);
+  EXPECT_EQ(Count("power_sources_info_copy"), row.asks_battery);
 }
 
-// ---- Whole hardware: each half keeps its own status, and no payload beside a failure ----
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Rows, Classification, ::testing::Combine(::testing::Values(
+    Decides("MacBookPro18,3", kLaptop), Decides("MacBook", kLaptop),
+    Decides("Macmini9,1", kMini), Decides("MacStudio1,1", kStudio),
+    Decides("Mac14,3", kMini), Decides("Mac14,12", kMini), Decides("Mac16,10", kMini),
+    Decides("Mac16,11", kMini),
+    Decides("Mac13,1", kStudio), Decides("Mac13,2", kStudio), Decides("Mac14,13", kStudio),
+    Decides("Mac14,14", kStudio), Decides("Mac15,13", kStudio), Decides("Mac15,14", kStudio),
+    Decides("Mac16,9", kStudio),
+    ByBattery("Mac16,9x", kDesktop), ByBattery("Mac", kDesktop), ByBattery("iMac21,1", kDesktop),
+    ByBattery("Ma", kOther), ByBattery("macbookpro18,3", kOther), ByBattery("ThinkPad", kOther),
+    ByBattery(std::nullopt, kOther)), ::testing::Bool()),
+    [](const auto& row) {
+      std::string name = std::get<0>(row.param).model.value_or("no_identifier");
+      std::replace(name.begin(), name.end(), ',', '_');
+      return name + (std::get<1>(row.param) ? "_with_battery" : "_without_battery");
+    });
+// clang-format on
 
-TEST_F(PlatformTest, HardwareSurveyKeepsEachHalfApart) {
-  const HardwareSurveyResult both = SurveyHardware();
-  EXPECT_EQ(both.gpuSurveyResult.first.message, kGpuOk);
-  EXPECT_EQ(both.gpuSurveyResult.second.size(), 1u);
-  EXPECT_EQ(both.cpuSurveyResult.first.code, ResultCode::Success);
-  EXPECT_EQ(both.cpuSurveyResult.second.name, "Apple M2 Max");
-  const auto& calls = fake::calls();
-  EXPECT_LT(std::find(calls.begin(), calls.end(), "gpu_host_cpu_type"),
-            std::find(calls.begin(), calls.end(), "cpu_brand_string"));
-  EXPECT_TRUE(fake::live_objects().empty());
+// ---- Where the identifier comes from (no battery: the identifier alone decides, and the
+// registry holds another model than "hw.model" wherever both have one), and the battery scan
+// ("Mac14,6": Laptop with an internal battery, Desktop without) ------------------------------
 
-  fake::reset();
-  script().gpu_host_cpu_type = Value(kX86_64);
-  script().brand_throws = true;
-  const HardwareSurveyResult neither = SurveyHardware();
-  EXPECT_EQ(neither.gpuSurveyResult.first.code, ResultCode::NoDevicesFound);
-  EXPECT_EQ(neither.gpuSurveyResult.first.message, kNoAppleGpu);
-  EXPECT_TRUE(neither.gpuSurveyResult.second.empty());
-  EXPECT_EQ(neither.cpuSurveyResult.first.code, ResultCode::Error);
-  EXPECT_EQ(neither.cpuSurveyResult.first.message, "fake CPU query failed");
-  EXPECT_EQ(neither.cpuSurveyResult.second.name, "");
-  EXPECT_EQ(neither.cpuSurveyResult.second.architecture, Arch::Unknown);
-  EXPECT_TRUE(neither.cpuSurveyResult.second.supportedInstructionSetExtensions.empty());
+using Kind = fake::ModelProperty::Kind;
+using Type = fake::PowerSource::Type;
+template <std::size_t N>
+std::string Bytes(const char (&text)[N]) {
+  return std::string(text, N - 1);  // keeps embedded and trailing NULs
 }
+fake::ModelProperty Str(std::string text, bool unconvertible = false) {
+  return {Kind::kString, std::move(text), unconvertible};
+}
+fake::ModelProperty Data(std::string bytes) { return {Kind::kData, std::move(bytes)}; }
+void Ident(S s, std::optional<std::string> sysctl, fake::ModelProperty registry) {
+  s.power_sources.clear();
+  s.hw_model = sysctl ? Value(*sysctl) : Failure<std::string>(2);
+  s.model_property = std::move(registry);
+}
+fake::PowerSource Source(Type kind, std::string type = "InternalBattery", bool present = true,
+                         bool described = true) {
+  return fake::PowerSource{present, described, kind, std::move(type)};
+}
+const fake::PowerSource kBattery = Source(Type::kString), kUps = Source(Type::kString, "UPS"),
+                        kNull = Source(Type::kString, "", false),
+                        kUndescribed = Source(Type::kString, "InternalBattery", true, false);
+
+struct DeviceRow {
+  const char* name;
+  void (*arrange)(S);
+  DeviceType expected;
+  long comparisons;  // of a power source's type with "InternalBattery"
+};
+class Device : public ::testing::TestWithParam<DeviceRow> {};
+
+TEST_P(Device, TakesTheIdentifierAndScansForABattery) {
+  GetParam().arrange(fake::script());
+  EXPECT_EQ(GetDeviceType(), GetParam().expected);
+  EXPECT_EQ(Count("cf_string_equal"), GetParam().comparisons);
+}
+
+// clang-format off
+const DeviceRow kDeviceRows[] = {
+    {"sysctl_padded_with_zeros", [](S s) { Ident(s, Bytes("Mac13,1\0\0\0"), Str("Macmini9,1")); }, kStudio, 0},
+    {"sysctl_all_zero", [](S s) { Ident(s, Bytes("\0\0\0\0"), Str("Mac16,9")); }, kStudio, 0},
+    {"sysctl_second_read_fails",
+     [](S s) { Ident(s, "Mac13,1", Str("Macmini9,1")); s.hw_model_second_read_fails = true; }, kMini, 0},
+    {"sysctl_second_read_reports_0",
+     [](S s) { Ident(s, "Mac13,1", Str("Macmini9,1")); s.hw_model_read_length = 0; }, kMini, 0},
+    {"sysctl_fails_registry_string", [](S s) { Ident(s, {}, Str("Macmini9,1")); }, kMini, 0},
+    {"sysctl_empty_registry_data_nuls", [](S s) { Ident(s, "", Data(Bytes("Mac14,3\0\0"))); }, kMini, 0},
+    {"registry_string_ends_at_nul", [](S s) { Ident(s, {}, Str(Bytes("Macmini9,1\0Mac13,1"))); }, kMini, 0},
+    {"registry_string_empty", [](S s) { Ident(s, {}, Str("")); }, kOther, 0},
+    {"registry_string_unconvertible", [](S s) { Ident(s, {}, Str("Macmini9,1", true)); }, kOther, 0},
+    {"registry_data_empty", [](S s) { Ident(s, {}, Data("")); }, kOther, 0},
+    {"registry_data_all_nul", [](S s) { Ident(s, {}, Data(Bytes("\0\0\0"))); }, kOther, 0},
+    {"registry_other_kind", [](S s) { Ident(s, {}, {Kind::kOther, "Macmini9,1"}); }, kOther, 0},
+    {"registry_without_model", [](S s) { Ident(s, {}, {Kind::kAbsent, ""}); }, kOther, 0},
+    {"no_platform_expert",
+     [](S s) { Ident(s, {}, Str("Macmini9,1")); s.platform_expert_service = false; }, kOther, 0},
+    {"battery_scan_stops_at_first_match", [](S s) { s.power_sources = {kBattery, kBattery}; }, kLaptop, 1},
+    {"null_source_skipped", [](S s) { s.power_sources = {kNull, kBattery}; }, kLaptop, 1},
+    {"no_description_skipped", [](S s) { s.power_sources = {kUndescribed, kBattery}; }, kLaptop, 1},
+    {"type_missing_skipped", [](S s) { s.power_sources = {Source(Type::kMissing), kBattery}; }, kLaptop, 1},
+    {"type_not_string_skipped", [](S s) { s.power_sources = {Source(Type::kNotString), kUps}; }, kDesktop, 1},
+    {"no_power_snapshot", [](S s) { s.power_info = false; }, kDesktop, 0},
+    {"no_power_source_list", [](S s) { s.power_list = false; }, kDesktop, 0},
+    {"comparison_string_not_created", [](S s) { s.battery_string_created = false; }, kDesktop, 0},
+};
+// clang-format on
+INSTANTIATE_TEST_SUITE_P(Rows, Device, ::testing::ValuesIn(kDeviceRows), ByName);
 
 }  // namespace

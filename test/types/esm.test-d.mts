@@ -2,6 +2,4 @@
 import { expectType } from 'tsd';
 import { VemoraCore, type DeviceTypeName } from 'libvemora';
 
-expectType<-1>(VemoraCore.RAM_METER_ERROR_CODE);
-expectType<boolean>(VemoraCore.willFailToAllocate(1024));
-expectType<DeviceTypeName>(VemoraCore.getDeviceType());
+expectType<[-1, boolean, DeviceTypeName]>([VemoraCore.RAM_METER_ERROR_CODE, VemoraCore.willFailToAllocate(1024), VemoraCore.getDeviceType()]);

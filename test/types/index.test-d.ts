@@ -1,68 +1,36 @@
-// A CommonJS consumer of the types: every static, the returned shapes, and the
-// calls that must not compile.
+// A CommonJS consumer of the types: every static's result, the constants, the
+// optional keys and the name unions, and the calls that must not compile.
 import { expectAssignable, expectError, expectNotAssignable, expectType } from 'tsd';
-import {
-  VemoraCore,
-  type CpuInfo,
-  type DeviceTypeName,
-  type GpuInfo,
-  type GpuLiveMemory,
-  type GpuLiveMemoryReport,
-  type HardwareSurveyResult,
-  type Result,
-  type ResultCodeName,
-} from 'libvemora';
+import { VemoraCore, type GpuLiveMemory, type ResultCodeName } from 'libvemora';
 
-expectType<-1>(VemoraCore.CPU_USAGE_ERROR_CODE);
-expectType<-1>(VemoraCore.RAM_METER_ERROR_CODE);
+expectType<[-1, -1]>([VemoraCore.CPU_USAGE_ERROR_CODE, VemoraCore.RAM_METER_ERROR_CODE]);
 expectError((VemoraCore.RAM_METER_ERROR_CODE = -1));
-
-expectType<number>(VemoraCore.getMachinePhysicalRAM());
-expectType<number>(VemoraCore.getAvailableRAM());
-expectType<number>(VemoraCore.getMachinePhysicalVRAM());
-expectType<number>(VemoraCore.getAvailableVRAM());
-expectType<number>(VemoraCore.getProcessUsedRAM(1));
-expectType<boolean>(VemoraCore.willFailToAllocate(8e9));
-expectType<number>(VemoraCore.getCpuUsage(0, 1000));
-expectType<DeviceTypeName>(VemoraCore.getDeviceType());
-
+expectType<[number, number, number, number, number, number, boolean, VemoraCore]>([VemoraCore.getMachinePhysicalRAM(),
+  VemoraCore.getAvailableRAM(), VemoraCore.getMachinePhysicalVRAM(), VemoraCore.getAvailableVRAM(),
+  VemoraCore.getProcessUsedRAM(1), VemoraCore.getCpuUsage(0, 1000), VemoraCore.willFailToAllocate(8e9), new VemoraCore()]);
+expectType<'Laptop' | 'Desktop' | 'MacMini' | 'MacStudio' | 'Other'>(VemoraCore.getDeviceType());
 expectError(VemoraCore.getProcessUsedRAM());
 expectError(VemoraCore.getProcessUsedRAM('42'));
-expectError(VemoraCore.willFailToAllocate());
 expectError(VemoraCore.willFailToAllocate(8n));
 expectError(VemoraCore.getCpuUsage(1));
-
-// A class to construct, not to call; instances have nothing on them.
-expectType<VemoraCore>(new VemoraCore());
 expectError(VemoraCore());
 // @ts-expect-error the statics are not on instances
 new VemoraCore().getAvailableRAM();
 
-// Per-device report: optional keys are absent, never undefined.
-const report = VemoraCore.getAvailableVRAMByDevice();
-expectType<GpuLiveMemoryReport>(report);
-expectType<ResultCodeName>(report.result.code);
-const device: GpuLiveMemory | undefined = report.deviceResults[0];
-if (device) {
-  expectType<string | undefined>(device.name);
-  expectType<number | undefined>(device.freeVramBytes);
-}
-const notImplemented: Result = { code: 'Error', message: 'Not implemented' };
-expectAssignable<GpuLiveMemory>({ result: notImplemented });
-expectNotAssignable<GpuLiveMemory>({ result: notImplemented, name: undefined });
-expectNotAssignable<ResultCodeName>('Failed');
+// Optional keys are absent, never undefined.
+const { result, deviceResults: [device] } = VemoraCore.getAvailableVRAMByDevice();
+expectType<'Unset' | 'Success' | 'Error' | 'NoDevicesFound' | 'InvalidDevice' | 'InitializationFailed' |
+  'LibraryLoadFailed' | 'FunctionNotAvailable' | 'NotImplemented' | 'Unknown'>(result.code);
+expectType<[string | undefined, number | undefined, number | undefined, number | undefined]>(
+  [device?.name, device?.deviceId, device?.totalVramBytes, device?.freeVramBytes]);
+expectAssignable<GpuLiveMemory>({ result });
+expectNotAssignable<GpuLiveMemory>({ result, name: undefined });
 
-// Survey: two halves, enumeration names as literal unions.
-const survey = VemoraCore.surveyHardware();
-expectType<HardwareSurveyResult>(survey);
-expectType<CpuInfo>(survey.cpuSurveyResult.cpuInfo);
-expectType<'x86_64' | 'ARM64' | 'Unknown'>(survey.cpuSurveyResult.cpuInfo.architecture);
-expectType<('AVX' | 'AVX2' | 'AdvSIMD')[]>(survey.cpuSurveyResult.cpuInfo.supportedInstructionSetExtensions);
-const gpu: GpuInfo | undefined = survey.gpuSurveyResult.gpuInfo[0];
-if (gpu) {
-  expectType<'Unknown' | 'Integrated' | 'Discrete'>(gpu.integrationType);
-  expectType<string | undefined>(gpu.otherInfo.metalGpuFamilyNumeric);
-  expectType<string | undefined>(gpu.otherInfo['anything else']);
-  expectNotAssignable<GpuInfo['detectionPlatform']>('OpenCL');
-}
-expectNotAssignable<DeviceTypeName>('Mac mini');
+const { gpuSurveyResult: { result: gpuResult, gpuInfo: [gpu] }, cpuSurveyResult: { cpuInfo: cpu } } = VemoraCore.surveyHardware();
+expectType<[ResultCodeName, string, 'x86_64' | 'ARM64' | 'Unknown', ('AVX' | 'AVX2' | 'AdvSIMD')[]]>(
+  [gpuResult.code, cpu.name, cpu.architecture, cpu.supportedInstructionSetExtensions]);
+expectType<[string, number, number, number, 'Unknown' | 'Integrated' | 'Discrete', string]>([gpu!.name, gpu!.deviceId,
+  gpu!.totalMemoryCapacityBytes, gpu!.dedicatedMemoryCapacityBytes, gpu!.integrationType, gpu!.detectionPlatformVersion]);
+expectType<'Unknown' | 'ROCm' | 'CUDA' | 'OpenCl' | 'Metal' | 'DirectML' | 'Vulkan' | 'OpenVINO'>(gpu!.detectionPlatform);
+expectType<[string | undefined, string | undefined, string | undefined]>(
+  [gpu!.otherInfo.metalGpuFamilyNumeric, gpu!.otherInfo.osProductVersion, gpu!.otherInfo['anything else']]);

@@ -86,11 +86,15 @@ Reading<std::int32_t> cpu_type() {
 
 Reading<std::int32_t> cpu_avx2_flag() {
 #if defined(__x86_64__)
+  // Three cpuid instructions, each asked once: under a hypervisor every one
+  // traps and costs microseconds.
+  const unsigned max_leaf = __get_cpuid_max(0, nullptr);
+  if (max_leaf < 1) return Failure<std::int32_t>(ENOTSUP);
   std::uint32_t eax = 0, ebx = 0, ecx = 0, edx = 0;
-  if (__get_cpuid(1, &eax, &ebx, &ecx, &edx) == 0) return Failure<std::int32_t>(ENOTSUP);
+  __cpuid(1, eax, ebx, ecx, edx);
   const std::uint32_t leaf1_ecx = ecx;
   std::uint32_t leaf7_ebx = 0;
-  if (__get_cpuid_max(0, nullptr) >= 7) {
+  if (max_leaf >= 7) {
     __cpuid_count(7, 0, eax, ebx, ecx, edx);
     leaf7_ebx = ebx;
   }

@@ -17,33 +17,6 @@
 #include "memory/diagnostics.h"
 #include "platform/platform.h"
 
-namespace vemora::platform {
-
-// The hardware survey's readings. A platform may not provide them yet, so
-// they are weak: those left unresolved are null, and their benchmarks are not
-// registered.
-[[gnu::weak]] Reading<std::string> cpu_brand_string();
-[[gnu::weak]] Reading<std::int32_t> cpu_type();
-[[gnu::weak]] Reading<std::int32_t> cpu_avx2_flag();
-[[gnu::weak]] Reading<std::int32_t> gpu_host_cpu_type();
-[[gnu::weak]] Reading<std::size_t> hw_model_size();
-[[gnu::weak]] Reading<std::size_t> hw_model_read(char* buffer, std::size_t size);
-[[gnu::weak]] Object io_platform_expert_service_acquire();
-[[gnu::weak]] void io_object_release(Object service);
-[[gnu::weak]] Object io_model_property_copy(Object service);
-[[gnu::weak]] CfKind cf_kind(Object value);
-[[gnu::weak]] Object cf_string_create(const char* utf8);
-[[gnu::weak]] bool cf_string_equal(Object a, Object b);
-[[gnu::weak]] void cf_release(Object value);
-[[gnu::weak]] Object power_sources_info_copy();
-[[gnu::weak]] Object power_sources_list_copy(Object info);
-[[gnu::weak]] long power_sources_count(Object list);
-[[gnu::weak]] Object power_sources_at(Object list, long index);
-[[gnu::weak]] Object power_source_description(Object info, Object source);
-[[gnu::weak]] Object power_source_type(Object description);
-
-}  // namespace vemora::platform
-
 namespace {
 
 namespace platform = vemora::platform;
@@ -239,31 +212,14 @@ int main(int argc, char** argv) {
   Register("system_log", system_log);
   Register("perror", perror_line);
 
-  const bool has_cpu_survey =
-      &platform::cpu_brand_string != nullptr && &platform::cpu_type != nullptr &&
-      &platform::cpu_avx2_flag != nullptr && &platform::gpu_host_cpu_type != nullptr;
-  if (has_cpu_survey) {
-    Register("gpu_host_cpu_type", gpu_host_cpu_type);
-    Register("cpu_brand_string", cpu_brand_string);
-    Register("cpu_type", cpu_type);
-    Register("cpu_avx2_flag", cpu_avx2_flag);
-    Register("survey_hardware_readings", survey_hardware_readings);
-  }
-  const bool has_device_type =
-      &platform::hw_model_size != nullptr && &platform::hw_model_read != nullptr &&
-      &platform::io_platform_expert_service_acquire != nullptr &&
-      &platform::io_object_release != nullptr && &platform::io_model_property_copy != nullptr &&
-      &platform::cf_kind != nullptr && &platform::cf_string_create != nullptr &&
-      &platform::cf_string_equal != nullptr && &platform::cf_release != nullptr &&
-      &platform::power_sources_info_copy != nullptr &&
-      &platform::power_sources_list_copy != nullptr && &platform::power_sources_count != nullptr &&
-      &platform::power_sources_at != nullptr && &platform::power_source_description != nullptr &&
-      &platform::power_source_type != nullptr;
-  if (has_device_type) {
-    Register("hw_model", hw_model);
-    Register("power_sources", power_sources);
-    Register("device_type_readings", device_type_readings);
-  }
+  Register("gpu_host_cpu_type", gpu_host_cpu_type);
+  Register("cpu_brand_string", cpu_brand_string);
+  Register("cpu_type", cpu_type);
+  Register("cpu_avx2_flag", cpu_avx2_flag);
+  Register("survey_hardware_readings", survey_hardware_readings);
+  Register("hw_model", hw_model);
+  Register("power_sources", power_sources);
+  Register("device_type_readings", device_type_readings);
 
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

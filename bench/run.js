@@ -36,29 +36,20 @@ function positiveInt(name, fallback) {
 
 // What each method does below the binding on Linux: the no-op method that
 // crosses the same way and hands back the same kind of value, and the platform
-// readings and diagnostics it makes, each timed in C++ by platform_bench.
+// facts it asks for, each timed in C++ by platform_bench with its diagnostics.
 const LINUX_FLOORS = {
   'getMachinePhysicalRAM()': ['noop()', ['physical_memory_bytes']],
-  'getAvailableRAM()': ['noop()', ['host_port', 'host_page_size_bytes', 'host_vm_statistics64']],
-  // No Metal: one log line.
-  'getMachinePhysicalVRAM()': ['noop()', ['metal_device', 'system_log']],
-  // No Metal and no wire limit: two diagnostic lines, then the wired pages.
-  'getAvailableVRAM()': [
-    'noop()',
-    ['metal_device', 'system_log', 'global_user_wire_limit_bytes', 'perror', 'host_port',
-      'host_page_size_bytes', 'host_vm_statistics64'],
-  ],
-  'getAvailableVRAMByDevice()': ['object5()', []],
+  'getAvailableRAM()': ['noop()', ['available_memory_bytes']],
+  'getMachinePhysicalVRAM()': ['noop()', ['gpu_memory_bytes']],
+  'getAvailableVRAM()': ['noop()', ['gpu_available_memory_bytes']],
+  'getAvailableVRAMByDevice()': ['object5()', ['gpu_memory_by_device']],
   'getProcessUsedRAM(pid)': ['noop()', ['process_memory']],
-  'willFailToAllocate(1 GB)': ['noop()', ['host_port', 'host_page_size_bytes', 'host_vm_statistics32']],
-  'willFailToAllocate(4 PiB)': [
-    'noop()',
-    ['host_port', 'host_page_size_bytes', 'host_vm_statistics32', 'swap_usage'],
-  ],
+  'willFailToAllocate(1 GB)': ['noop()', ['allocatable_memory_bytes']],
+  'willFailToAllocate(4 PiB)': ['noop()', ['allocatable_memory_bytes', 'swap_usage']],
   // Not measurable here: the call throws.
   'getCpuUsage(pid, 1000)': ['throwError()', []],
-  'surveyHardware()': ['object5()', ['survey_hardware_readings']],
-  'getDeviceType()': ['noop()', ['device_type_readings']],
+  'surveyHardware()': ['object5()', ['survey_gpus', 'cpu_info']],
+  'getDeviceType()': ['noop()', ['device_type']],
 };
 
 // The peers that give the same figures or facts, and the targets against them

@@ -1,6 +1,5 @@
-// The Linux parsers and readers: /proc text, the machine trees under
-// test/fixtures/machines (see the README there), the survey decoders, and the
-// CF-like objects of the Linux platform.
+// The Linux parsers and readers: /proc text, and the machine trees under
+// test/fixtures/machines (see the README there).
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -68,59 +67,29 @@ TEST(LinuxFiles, KeyedNumbersAcrossReads) {
   EXPECT_EQ(wanted[0].value, 1234u);
 }
 
-// Free and reclaimable pages make up MemAvailable; no tree has it above MemFree.
-TEST(LinuxFiles, PageCountsFromMeminfo) {
-  const auto counts = files::PageCountsFromMeminfo({4096 * 10, 4096 * 25, 4096 * 3}, 4096);
-  ASSERT_TRUE(counts.ok());
-  const platform::VmPageCounts& c = counts.value;
-  EXPECT_EQ(std::make_tuple(c.free_count, c.inactive_count, c.purgeable_count, c.wire_count),
-            std::make_tuple(10u, 15u, 0u, 3u));
-  EXPECT_EQ(files::PageCountsFromMeminfo({1, 1, 1}, 0).error, EINVAL);
-}
-
 // ---- Machine trees: what each reader gives, as text ------------------------------------
 
 std::string Errno(int error) { return strerrorname_np(error); }
 std::string Kib(Number bytes) { return bytes ? std::to_string(*bytes / 1024) : "-"; }
-std::string Shown(const platform::Reading<std::string>& reading) {
-  if (!reading.ok()) return Errno(reading.error);
-  std::string shown;
-  for (const char c : reading.value) shown += c ? std::string(1, c) : "\\0";
-  return shown;
-}
-
-// "meminfo": MemFree, MemAvailable and Unevictable, then free, inactive and
-// wired pages of 4 KiB. "status <pid>": resident size and footprint. "survey":
-// CPU name | DMI product name | device-tree model | power-supply types.
+// "meminfo": MemAvailable. "status <pid>": resident size and footprint.
+// "survey": CPU name, avx2 | model identifier | internal battery.
 std::string Read(const std::string& tree, const std::string& reading) {
   const std::string path = VEMORA_FIXTURES "/machines/" + tree;
   const char* root = path.c_str();
   if (reading == "meminfo") {
-    const auto meminfo = files::ReadMeminfo(root);
-    if (!meminfo.ok()) return Errno(meminfo.error);
-    const files::Meminfo& m = meminfo.value;
-    const auto pages = files::PageCountsFromMeminfo(m, 4096);
-    const platform::VmPageCounts& p = pages.value;
-    return Kib(m.free_bytes) + " " + Kib(m.available_bytes) + " " + Kib(m.unevictable_bytes) +
-           " kB, pages " +
-           (pages.ok() ? std::to_string(p.free_count) + "/" + std::to_string(p.inactive_count) +
-                             "/" + std::to_string(p.wire_count)
-                       : Errno(pages.error));
+    const auto available = files::ReadMemAvailable(root);
+    return available.ok() ? Kib(available.value) + " kB" : Errno(available.error);
   }
   if (reading.rfind("status ", 0) == 0) {
     const auto usage = files::ReadProcessMemory(root, std::stoi(reading.substr(7)));
     if (!usage.ok()) return Errno(usage.error);
     return Kib(usage.value.resident_bytes) + " " + Kib(usage.value.footprint_bytes) + " kB";
   }
-  std::string shown =
-      Shown(files::ReadCpuinfoModelName(root)) + " | " + Shown(files::ReadDmiProductName(root)) +
-      " | " +
-      (files::HasDeviceTree(root) ? Shown(files::ReadDeviceTreeModel(root)) : "no device tree") +
-      " | ";
-  const auto types = files::ReadPowerSourceTypes(root);
-  if (!types.ok()) return shown + Errno(types.error);
-  for (const auto& type : types.value) shown += type.value_or("?") + ",";
-  return shown;
+  const auto cpu = files::ReadCpuinfo(root);
+  const std::string cpu_shown =
+      cpu.ok() ? cpu.value.name.value_or("-") + (cpu.value.avx2 ? ", avx2" : "") : Errno(cpu.error);
+  return cpu_shown + " | " + files::ReadModelIdentifier(root).value_or("-") + " | " +
+         (files::HasInternalBattery(root) ? "battery" : "no battery");
 }
 
 struct TreeRow {
@@ -136,28 +105,27 @@ TEST_P(MachineTree, Reads) {
 
 // clang-format off
 const TreeRow kTrees[] = {
-    // MemAvailable is below MemFree on this idle VM: free pages stop at it.
-    {"debian12-x86_64-vm", "meminfo", "24488680 24414276 10324 kB, pages 6103569/0/2581"},
+    {"debian12-x86_64-vm", "meminfo", "24414276 kB"},
     {"debian12-x86_64-vm", "status 4242", "2280 156 kB"},
     {"debian12-x86_64-vm", "status 2", "0 0 kB"},  // a kernel thread
     {"debian12-x86_64-vm", "status 1", "ENOENT"},
     {"debian12-x86_64-vm", "status 0", "ESRCH"},
-    {"debian12-x86_64-vm", "survey", "AMD EPYC | ENOENT | no device tree | "},
-    {"laptop-x86_64-handmade", "survey", "ENOENT | XPS 13 9310 | no device tree | Mains,InternalBattery,Battery,?,USB,"},
-    {"raspberrypi4-arm64-handmade", "survey", "BCM2835 | ENOENT | Raspberry Pi 4 Model B Rev 1.4\\0 | ENOENT"},
+    {"debian12-x86_64-vm", "survey", "AMD EPYC, avx2 | - | no battery"},
+    // The mouse's battery (scope "Device") is not the machine's; BAT0 is.
+    {"laptop-x86_64-handmade", "survey", "ENOENT | XPS 13 9310 | battery"},
+    {"raspberrypi4-arm64-handmade", "survey", "BCM2835 | Raspberry Pi 4 Model B Rev 1.4 | no battery"},
     {"missing-proc-files", "meminfo", "ENOENT"},
     {"missing-proc-files", "status 4242", "ENOENT"},
-    {"truncated-proc-files", "meminfo", "24488680 24414276 - kB, pages ENODATA"},
     {"truncated-proc-files", "status 4242", "2280 0 kB"},
     {"unreadable-proc-files", "meminfo", "EISDIR"},
     {"unreadable-proc-files", "status 4242", "EISDIR"},
-    {"oversized-proc-files", "meminfo", "24488680 24414276 10324 kB, pages 6103569/0/2581"},
+    {"oversized-proc-files", "meminfo", "24414276 kB"},
     {"oversized-proc-files", "status 4242", "2280 156 kB"},  // past a Groups line longer than the buffer
-    {"available-below-free", "meminfo", "65536 0 10324 kB, pages 0/0/2581"},
-    // 2^32 free pages, one more than a counter holds; RssAnon + VmSwap of 2^64 - 1024 bytes.
-    {"huge-values", "meminfo", "17179869184 17179869188 0 kB, pages EOVERFLOW"},
+    {"available-below-free", "meminfo", "0 kB"},
+    // 16 TiB available; RssAnon + VmSwap of 2^64 - 1024 bytes.
+    {"huge-values", "meminfo", "17179869188 kB"},
     {"huge-values", "status 4242", "18014398509481983 18014398509481983 kB"},
-    {"values-past-64-bits", "meminfo", "24488680 - 10324 kB, pages ENODATA"},
+    {"values-past-64-bits", "meminfo", "ENODATA"},
     {"values-past-64-bits", "status 4242", "EOVERFLOW"},
 };
 // clang-format on
@@ -167,44 +135,19 @@ INSTANTIATE_TEST_SUITE_P(Trees, MachineTree, ::testing::ValuesIn(kTrees), [](con
   return name;
 });
 
-// ---- Survey decoders and objects -----------------------------------------------------------
+// ---- Survey texts ------------------------------------------------------------------------
 
-TEST(SurveyDecoders, CpuAndPowerSupplyTexts) {
-  constexpr std::uint32_t kOsxsave = 1u << 27, kAvx2 = 1u << 5;
-  EXPECT_TRUE(text::Avx2Usable(kOsxsave, kAvx2, 0x7));
-  EXPECT_TRUE(text::Avx2Usable(kOsxsave, kAvx2 | 1, 0xE7));  // AVX-512 state too
-  EXPECT_FALSE(text::Avx2Usable(0, kAvx2, 0x7));             // the OS did not turn on XSAVE
-  EXPECT_FALSE(text::Avx2Usable(kOsxsave, ~kAvx2, 0x7));
-  EXPECT_FALSE(text::Avx2Usable(kOsxsave, kAvx2, 0x3));  // SSE state only
-  EXPECT_FALSE(text::Avx2Usable(kOsxsave, kAvx2, 0x4));  // YMM state only
-  const std::pair<const char*, std::int32_t> machines[] = {
-      // clang-format off
-      {"x86_64", 0x01000007}, {"aarch64", 0x0100000C}, {"arm64", 0x0100000C}, {"i686", 7}, {"armv7l", 12},
-      {"riscv64", -1}, {"i86", -1},
-      // clang-format on
-  };
-  for (const auto& [machine, type] : machines)
-    EXPECT_EQ(text::MachCpuType(machine), type) << machine;
-  EXPECT_EQ(text::TrimBrandString(std::string("  Intel(R) Xeon(R) CPU  \0\0\0", 27)),
-            "Intel(R) Xeon(R) CPU");
-  EXPECT_EQ(text::TrimBrandString(std::string("AMD EPYC\0 junk", 14)), "AMD EPYC");
-  EXPECT_EQ(text::CpuinfoModelName("processor\t: 0\nmodel name\t:\n"), std::nullopt);
-  EXPECT_EQ(text::PowerSourceType("Battery", "System"), "InternalBattery");
-}
-
-TEST(LinuxObjects, StringsConvertOnlyIntoBuffersThatHoldThem) {
-  const platform::Object battery = platform::cf_string_create("InternalBattery");
-  const platform::Object same = platform::cf_string_create("InternalBattery");
-  const platform::Object other = platform::cf_string_create("Mains");
-  EXPECT_EQ(platform::cf_kind(battery), platform::CfKind::kString);
-  EXPECT_TRUE(platform::cf_string_equal(battery, same));
-  EXPECT_FALSE(platform::cf_string_equal(battery, other));
-  const long size = platform::cf_string_max_utf8_size(platform::cf_string_length(battery));
-  std::vector<char> buffer(static_cast<std::size_t>(size) + 1, 'x');
-  EXPECT_FALSE(platform::cf_string_to_utf8(battery, buffer.data(), size));
-  ASSERT_TRUE(platform::cf_string_to_utf8(battery, buffer.data(), size + 1));
-  EXPECT_STREQ(buffer.data(), "InternalBattery");
-  for (const platform::Object object : {battery, same, other}) platform::cf_release(object);
+TEST(SurveyTexts, CpuinfoArchitectureAndBattery) {
+  const auto flags = text::ParseCpuinfo("model name\t: X\nflags\t\t: fpu avx2x avx512f\n");
+  EXPECT_EQ(std::make_tuple(flags.name, flags.has_flags, flags.avx2),
+            std::make_tuple(std::optional<std::string_view>("X"), true, false));
+  EXPECT_TRUE(text::ParseCpuinfo("flags\t: sse avx2\r\n").avx2);
+  EXPECT_EQ(text::ParseCpuinfo("processor\t: 0\nmodel name\t:\n").name, std::nullopt);
+  using Arch = vemora::system::CpuArchitecture;
+  EXPECT_EQ(text::ArchitectureOf("arm64"), Arch::ARM64);
+  EXPECT_EQ(text::ArchitectureOf("i686"), Arch::Unknown);
+  EXPECT_TRUE(text::IsInternalBattery("Battery", "System"));
+  EXPECT_FALSE(text::IsInternalBattery("Battery", "Device"));
 }
 
 }  // namespace

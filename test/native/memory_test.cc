@@ -24,7 +24,7 @@ using vemora::platform::ProcessMemory;
 using vemora::platform::Reading;
 using vemora::platform::SwapUsage;
 using vemora::platform::Value;
-using vemora::platform::VmPageCounts;
+using vemora::platform::apple::VmPageCounts;
 using vemora_utils::MemoryObserver;
 using S = fake::Script&;
 
@@ -84,7 +84,7 @@ TEST_P(Figures, AnswerAndDiagnostics) {
   row.arrange(fake::script());
   long long figure = 0;
   std::string said = CaptureStderr([&] { figure = row.figure(); });
-  for (const std::string& line : fake::system_log_lines()) said += "log: " + line + "\n";
+  for (const std::string& line : fake::ns_log_lines()) said += "log: " + line + "\n";
   EXPECT_EQ(figure, row.expected);
   EXPECT_EQ(said, row.diagnostics);
 }
@@ -140,8 +140,9 @@ INSTANTIATE_TEST_SUITE_P(Rows, Figures, ::testing::ValuesIn(kRows), ByName);
 TEST(Figures, AvailableVramAsksItsReadingsInOrder) {
   fake::script().metal_device = false;
   MemoryObserver().getAvailableVRAM();
-  const std::vector<std::string> readings = {"metal_device_create", "global_user_wire_limit_bytes",
-                                             "host_vm_statistics64"};
+  const std::vector<std::string> readings = {"MTLCreateSystemDefaultDevice",
+                                             "sysctlbyname vm.global_user_wire_limit",
+                                             "host_statistics64"};
   std::vector<std::string> asked;
   for (const std::string& call : fake::calls()) {
     if (std::count(readings.begin(), readings.end(), call)) asked.push_back(call);

@@ -1,4 +1,4 @@
-// Helpers of the tests on the fake platform. release_check_main.cc resets the
+// Helpers of the tests on the fake of Apple's calls. release_check_main.cc resets the
 // fake before every test and checks after it that everything lent came back.
 #pragma once
 
@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "platform/fake/fake_platform.h"
+#include "apple/fake_apple.h"
 
 namespace fake = vemora::platform::fake;
 

@@ -8,7 +8,4 @@ namespace vemora_utils {
 
 bool will_malloc_fail(std::size_t size);
 
-// Swap figures in bytes; false (out-parameters untouched) when unreadable.
-bool get_system_swap_usage(unsigned long long* used, unsigned long long* total);
-
 }  // namespace vemora_utils

@@ -1,63 +1,65 @@
 #include "memory/memory_observer.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iostream>
 
-#include "memory/apple_metal_observer.h"
-#include "memory/process_usage.h"
+#include "memory/allocation_check.h"
+#include "platform/platform.h"
 
 namespace vemora_utils {
 namespace {
 
-long long available_vram_bytes() {
-  // All three are asked, in this order, even after a failure, so each failing
-  // query leaves its own diagnostic.
-  const long long working_set_bytes = AppleMetalObserver::getMachinePhysicalVRAM();
-  const long long wire_limit_bytes = AppleMetalObserver::getGlobalUserWireLimit();
-  const long long wired_bytes = AppleMetalObserver::getSystemWiredMemory();
-  if (working_set_bytes < 0 || wire_limit_bytes < 0 || wired_bytes < 0) return -1;
-  const long long headroom_bytes = std::max(wire_limit_bytes - wired_bytes, 0LL);
-  return std::min(headroom_bytes, working_set_bytes);
+namespace platform = vemora::platform;
+
+// A figure with its top bit set comes out negative, which callers treat as a
+// failure, as they do -1.
+long long Signed(const platform::Reading<std::uint64_t>& bytes) {
+  return bytes.ok() ? static_cast<long long>(bytes.value) : -1;
 }
 
 }  // namespace
 
 long long MemoryObserver::getMachinePhysicalRAM() {
-  return AppleMetalObserver::getMachinePhysicalRAM();
+  return Signed(platform::physical_memory_bytes());
 }
 
-long long MemoryObserver::getAvailableRAM() const { return AppleMetalObserver::getAvailableRAM(); }
-
-long long MemoryObserver::getUsedRAM() { return AppleMetalObserver::getUsedRAM(); }
-
-long long MemoryObserver::getMachinePhysicalVRAM() {
-  return AppleMetalObserver::getMachinePhysicalVRAM();
+long long MemoryObserver::getAvailableRAM() const {
+  return Signed(platform::available_memory_bytes());
 }
 
-long long MemoryObserver::getAvailableVRAM() const { return available_vram_bytes(); }
+long long MemoryObserver::getUsedRAM() {
+  // Both are asked even after the first failed, so each says why.
+  const long long total_bytes = getMachinePhysicalRAM();
+  const long long available_bytes = Signed(platform::available_memory_bytes());
+  if (total_bytes < 0 || available_bytes < 0) return -1;
+  return std::max(total_bytes - available_bytes, 0LL);
+}
+
+long long MemoryObserver::getMachinePhysicalVRAM() { return Signed(platform::gpu_memory_bytes()); }
+
+long long MemoryObserver::getAvailableVRAM() const {
+  return Signed(platform::gpu_available_memory_bytes());
+}
 
 vemora::system::GpuLiveMemoryReport MemoryObserver::getAvailableVRAMByDevice() {
-  // Unified memory has no per-device figures to report.
-  return {vemora::system::Result{vemora::system::ResultCode::Error, "Not implemented"}, {}};
+  return platform::gpu_memory_by_device();
 }
 
 long long MemoryObserver::getProcessUsedRAM(int pid) {
-  if (pid > 0) return getProcessUsedRAM_Mac(pid);
-  std::cerr << "Failed to get used RAM for PID '" << pid << "' since PID must be positive!"
-            << std::endl;
-  return -1;
+  if (pid <= 0) {
+    std::cerr << "Failed to get used RAM for PID '" << pid << "' since PID must be positive!"
+              << std::endl;
+    return -1;
+  }
+  const auto usage = platform::process_memory(pid);
+  if (!usage.ok()) return -1;
+  return Signed(platform::Value(std::max(usage.value.resident_bytes, usage.value.footprint_bytes)));
 }
 
 bool MemoryObserver::willFailToAllocate(long long size) const {
-  return AppleMetalObserver::willFailToAllocate(size);
+  // A negative size arrives as 2^63 or more and exceeds any available RAM.
+  return will_malloc_fail(static_cast<std::size_t>(size));
 }
 
 }  // namespace vemora_utils
-
-using vemora_utils::AppleMetalObserver;
-
-long long getMachinePhysicalRAM_Mac() { return AppleMetalObserver::getMachinePhysicalRAM(); }
-long long getAvailableRAM_Mac() { return AppleMetalObserver::getAvailableRAM(); }
-long long getUsedRAM_Mac() { return AppleMetalObserver::getUsedRAM(); }
-long long getMachinePhysicalVRAM_Mac() { return AppleMetalObserver::getMachinePhysicalVRAM(); }
-long long getAvailableVRAM_Mac() { return vemora_utils::available_vram_bytes(); }

@@ -1,19 +1,7 @@
 #include "memory/process_usage.h"
 
-#include <algorithm>
 #include <iostream>
 #include <stdexcept>
-
-#include "platform/platform.h"
-
-long long getProcessUsedRAM_Mac(int pid) {
-  const auto usage = vemora::platform::process_memory(pid);
-  if (!usage.ok()) {
-    std::cerr << "Failed to retrieve resource usage for pid " << pid << std::endl;
-    return -1;
-  }
-  return static_cast<long long>(std::max(usage.value.resident_bytes, usage.value.footprint_bytes));
-}
 
 namespace vemora_utils {
 

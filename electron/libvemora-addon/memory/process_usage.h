@@ -1,10 +1,5 @@
-// Per-process queries: a process's memory, and its CPU usage (which this
-// platform does not measure).
+// A process's CPU usage (which this platform does not measure yet).
 #pragma once
-
-// The larger of the process's resident size and physical footprint, in bytes;
-// -1 when its resource usage cannot be read.
-long long getProcessUsedRAM_Mac(int pid);
 
 namespace vemora_utils {
 

@@ -1,9 +1,20 @@
 #include "system/hardware_survey.h"
 
-#include "system/cpu_survey.h"
-#include "system/gpu_survey.h"
+#include <stdexcept>
+
+#include "platform/platform.h"
 
 namespace vemora::system {
+
+CpuSurveyResult SurveyCpu() {
+  try {
+    return {Result{ResultCode::Success, ""}, platform::cpu_info()};
+  } catch (const std::runtime_error& error) {
+    return {Result{ResultCode::Error, error.what()}, CpuInfo{}};
+  }
+}
+
+GpuSurveyResult SurveyGpus() { return platform::survey_gpus(); }
 
 HardwareSurveyResult SurveyHardware() {
   HardwareSurveyResult survey;

@@ -55,13 +55,7 @@ struct Result {
   std::string message;
 };
 
-struct CpuInstructionSetExtensionHash {
-  std::size_t operator()(CpuInstructionSetExtension e) const {
-    return std::hash<std::int32_t>()(static_cast<std::int32_t>(e));
-  }
-};
-using CpuInstructionSetExtensions =
-    std::unordered_set<CpuInstructionSetExtension, CpuInstructionSetExtensionHash>;
+using CpuInstructionSetExtensions = std::unordered_set<CpuInstructionSetExtension>;
 
 struct CpuInfo {
   std::string name;

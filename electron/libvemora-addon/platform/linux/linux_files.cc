@@ -52,18 +52,6 @@ bool AllFound(const KeyedNumber* wanted, std::size_t count) {
   return std::all_of(wanted, wanted + count, [](const KeyedNumber& k) { return k.value; });
 }
 
-// The keys each file is read for, and what their numbers make.
-constexpr std::size_t kMeminfoKeys = 3;
-void WantMeminfo(KeyedNumber (&wanted)[kMeminfoKeys]) {
-  wanted[0] = {"MemFree", {}};
-  wanted[1] = {"MemAvailable", {}};
-  wanted[2] = {"Unevictable", {}};
-}
-Meminfo MeminfoFromNumbers(const KeyedNumber (&found)[kMeminfoKeys]) {
-  return Meminfo{KibToBytes(found[0].value), KibToBytes(found[1].value),
-                 KibToBytes(found[2].value)};
-}
-
 constexpr std::size_t kStatusKeys = 4;
 void WantStatus(KeyedNumber (&wanted)[kStatusKeys]) {
   wanted[0] = {"Pid", {}};
@@ -86,8 +74,9 @@ Reading<ProcessMemory> ProcessMemoryFromNumbers(const KeyedNumber (&found)[kStat
 
 // A sysfs attribute holds one line of at most a page.
 constexpr std::size_t kAttributeCapacity = 4096;
-// Big enough for the first processors of any machine; the brand is in the
-// first block, and ARM boards print theirs after a handful of cores.
+// The first processor's block of /proc/cpuinfo, with its long flags line;
+// and the whole file of a board with many cores, whose name comes last.
+constexpr std::size_t kCpuinfoFirstRead = 8192;
 constexpr std::size_t kCpuinfoCapacity = 256 * 1024;
 
 Reading<std::string> ReadAttribute(const char* root, const char* path) {
@@ -169,20 +158,19 @@ int ReadKeyedNumbers(const char* root, const char* path, KeyedNumber* wanted, st
   return error;
 }
 
-Reading<Meminfo> ReadMeminfo(const char* root) {
-  KeyedNumber wanted[kMeminfoKeys];
-  WantMeminfo(wanted);
-  if (const int error = ReadKeyedNumbers(root, "/proc/meminfo", wanted, kMeminfoKeys)) {
-    return Failure<Meminfo>(error);
+Reading<std::uint64_t> ReadMemAvailable(const char* root) {
+  KeyedNumber wanted[] = {{"MemAvailable", {}}};
+  if (const int error = ReadKeyedNumbers(root, "/proc/meminfo", wanted, 1)) {
+    return Failure<std::uint64_t>(error);
   }
-  return Value(MeminfoFromNumbers(wanted));
+  const auto bytes = KibToBytes(wanted[0].value);
+  return bytes ? Value(*bytes) : Failure<std::uint64_t>(ENODATA);
 }
 
-Meminfo MeminfoFromText(std::string_view text) {
-  KeyedNumber wanted[kMeminfoKeys];
-  WantMeminfo(wanted);
-  linux_text::ParseKeyedNumbers(text, wanted, kMeminfoKeys);
-  return MeminfoFromNumbers(wanted);
+std::optional<std::uint64_t> MemAvailableFromText(std::string_view text) {
+  KeyedNumber wanted[] = {{"MemAvailable", {}}};
+  linux_text::ParseKeyedNumbers(text, wanted, 1);
+  return KibToBytes(wanted[0].value);
 }
 
 Reading<ProcessMemory> ReadProcessMemory(const char* root, int pid) {
@@ -206,91 +194,63 @@ Reading<ProcessMemory> ProcessMemoryFromStatusText(std::string_view text) {
   return ProcessMemoryFromNumbers(wanted);
 }
 
-Reading<VmPageCounts> PageCountsFromMeminfo(const Meminfo& meminfo, std::uint64_t page_size_bytes) {
-  if (!meminfo.free_bytes || !meminfo.available_bytes || !meminfo.unevictable_bytes) {
-    return Failure<VmPageCounts>(ENODATA);
-  }
-  if (page_size_bytes == 0) return Failure<VmPageCounts>(EINVAL);
-  // MemAvailable is the kernel's estimate of what new allocations can get
-  // without swapping: free pages plus the reclaimable page cache and slab,
-  // less the reserves (Documentation/filesystems/proc.rst). That is what free
-  // + inactive + purgeable stands for on macOS, so the free pages stay free,
-  // the reclaimable rest counts as inactive and nothing as purgeable; the sum
-  // is then exactly MemAvailable. Locked and unevictable memory is what Linux
-  // cannot page out: the closest thing to wired memory.
-  const std::uint64_t available = *meminfo.available_bytes;
-  const std::uint64_t free = std::min(*meminfo.free_bytes, available);
-  const std::uint64_t counts[] = {free / page_size_bytes, (available - free) / page_size_bytes,
-                                  *meminfo.unevictable_bytes / page_size_bytes};
-  for (const std::uint64_t pages : counts) {
-    if (pages > std::numeric_limits<std::uint32_t>::max()) return Failure<VmPageCounts>(EOVERFLOW);
-  }
-  VmPageCounts result;
-  result.free_count = static_cast<std::uint32_t>(counts[0]);
-  result.inactive_count = static_cast<std::uint32_t>(counts[1]);
-  result.purgeable_count = 0;
-  result.wire_count = static_cast<std::uint32_t>(counts[2]);
-  return Value(result);
-}
-
-Reading<std::string> ReadCpuinfoModelName(const char* root) {
-  const auto text = std::make_unique<char[]>(kCpuinfoCapacity);
+Reading<CpuinfoFacts> ReadCpuinfo(const char* root) {
+  // The first processor's block holds the name and flags on x86; ARM boards
+  // print theirs after every processor, so only then is the rest read.
+  char first[kCpuinfoFirstRead];
   std::size_t length = 0;
-  const int error = ReadSmallFile(root, "/proc/cpuinfo", text.get(), kCpuinfoCapacity, &length);
-  if (error != 0 && error != EFBIG) return Failure<std::string>(error);
-  const auto name = linux_text::CpuinfoModelName({text.get(), length});
-  if (!name) return Failure<std::string>(ENODATA);
-  return Value(std::string(*name));
+  int error = ReadSmallFile(root, "/proc/cpuinfo", first, sizeof first, &length);
+  if (error != 0 && error != EFBIG) return Failure<CpuinfoFacts>(error);
+  linux_text::CpuinfoFacts parsed = linux_text::ParseCpuinfo({first, length});
+  std::unique_ptr<char[]> whole;
+  if (!parsed.name && error == EFBIG) {
+    whole = std::make_unique<char[]>(kCpuinfoCapacity);
+    error = ReadSmallFile(root, "/proc/cpuinfo", whole.get(), kCpuinfoCapacity, &length);
+    if (error != 0 && error != EFBIG) return Failure<CpuinfoFacts>(error);
+    parsed = linux_text::ParseCpuinfo({whole.get(), length});
+  }
+  CpuinfoFacts facts;
+  if (parsed.name) facts.name = std::string(*parsed.name);
+  facts.avx2 = parsed.avx2;
+  return Value(std::move(facts));
 }
 
-Reading<std::string> ReadDmiProductName(const char* root) {
-  return ReadAttribute(root, "/sys/class/dmi/id/product_name");
-}
-
-bool HasDeviceTree(const char* root) {
-  char path[kPathCapacity];
-  if (!JoinPath(path, root, "/proc/device-tree")) return false;
-  struct stat status {};
-  return ::stat(path, &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-Reading<std::string> ReadDeviceTreeModel(const char* root) {
+std::optional<std::string> ReadModelIdentifier(const char* root) {
+  const auto product = ReadAttribute(root, "/sys/class/dmi/id/product_name");
+  if (product.ok() && !product.value.empty()) return product.value;
   char bytes[kAttributeCapacity];
   std::size_t length = 0;
-  if (const int error =
-          ReadSmallFile(root, "/proc/device-tree/model", bytes, sizeof bytes, &length)) {
-    return Failure<std::string>(error);
+  if (ReadSmallFile(root, "/proc/device-tree/model", bytes, sizeof bytes, &length) != 0) {
+    return std::nullopt;
   }
-  return Value(std::string(bytes, length));
+  // A device-tree string property keeps its NUL terminator.
+  std::string model(bytes, length);
+  while (!model.empty() && model.back() == '\0') model.pop_back();
+  if (model.empty()) return std::nullopt;
+  return model;
 }
 
-Reading<std::vector<std::optional<std::string>>> ReadPowerSourceTypes(const char* root) {
-  using Types = std::vector<std::optional<std::string>>;
+bool HasInternalBattery(const char* root) {
   constexpr const char* kClass = "/sys/class/power_supply";
   char path[kPathCapacity];
-  if (!JoinPath(path, root, kClass)) return Failure<Types>(ENAMETOOLONG);
+  if (!JoinPath(path, root, kClass)) return false;
   DIR* directory = ::opendir(path);
-  if (directory == nullptr) return Failure<Types>(errno);
-  std::vector<std::string> names;
+  if (directory == nullptr) return false;
+  bool found = false;
   while (const dirent* entry = ::readdir(directory)) {
-    if (entry->d_name[0] != '.') names.emplace_back(entry->d_name);
-  }
-  ::closedir(directory);
-  std::sort(names.begin(), names.end());
-
-  Types types;
-  for (const std::string& name : names) {
-    const std::string supply = std::string(kClass) + "/" + name;
+    if (entry->d_name[0] == '.') continue;
+    const std::string supply = std::string(kClass) + "/" + entry->d_name;
     const auto type = ReadAttribute(root, (supply + "/type").c_str());
-    if (!type.ok()) {
-      types.emplace_back();
-      continue;
-    }
+    if (!type.ok()) continue;
     // Most supplies have no scope attribute; only peripherals say "Device".
     const auto scope = ReadAttribute(root, (supply + "/scope").c_str());
-    types.emplace_back(linux_text::PowerSourceType(type.value, scope.ok() ? scope.value : ""));
+    if (linux_text::IsInternalBattery(type.value, scope.ok() ? scope.value : "")) {
+      found = true;
+      break;
+    }
   }
-  return Value(std::move(types));
+  ::closedir(directory);
+  return found;
 }
 
 }  // namespace vemora::platform::linux_files

@@ -26,16 +26,12 @@ int ReadSmallFile(const char* root, const char* path, char* buffer, std::size_t 
 int ReadKeyedNumbers(const char* root, const char* path, linux_text::KeyedNumber* wanted,
                      std::size_t count);
 
-// The /proc/meminfo figures the add-on uses, in bytes; a key that is missing
-// or malformed stays unset.
-struct Meminfo {
-  std::optional<std::uint64_t> free_bytes;
-  std::optional<std::uint64_t> available_bytes;
-  std::optional<std::uint64_t> unevictable_bytes;
-};
-Reading<Meminfo> ReadMeminfo(const char* root);
-// ReadMeminfo's parse step, on the file's text.
-Meminfo MeminfoFromText(std::string_view text);
+// MemAvailable of /proc/meminfo, in bytes: the kernel's estimate of what new
+// allocations can get without swapping (Documentation/filesystems/proc.rst).
+// ENODATA when the line is missing or malformed (kernels before 3.14).
+Reading<std::uint64_t> ReadMemAvailable(const char* root);
+// ReadMemAvailable's parse step, on the file's text.
+std::optional<std::uint64_t> MemAvailableFromText(std::string_view text);
 
 // Resident size (VmRSS) and footprint (RssAnon + VmSwap) from
 // /proc/<pid>/status.
@@ -43,25 +39,20 @@ Reading<ProcessMemory> ReadProcessMemory(const char* root, int pid);
 // ReadProcessMemory's parse step, on the file's text.
 Reading<ProcessMemory> ProcessMemoryFromStatusText(std::string_view text);
 
-// Page counters in the kernel's terms of free, reclaimable and locked memory.
-Reading<VmPageCounts> PageCountsFromMeminfo(const Meminfo& meminfo, std::uint64_t page_size_bytes);
+// The CPU's name and AVX2 flag from one read of /proc/cpuinfo.
+struct CpuinfoFacts {
+  std::optional<std::string> name;
+  bool avx2 = false;
+};
+Reading<CpuinfoFacts> ReadCpuinfo(const char* root);
 
-// The CPU's name from /proc/cpuinfo ("model name", or "Hardware"/"Model" on
-// ARM boards), for machines where cpuid cannot give it.
-Reading<std::string> ReadCpuinfoModelName(const char* root);
+// The machine's model: the firmware's product name
+// (/sys/class/dmi/id/product_name), else the device tree's model
+// (/proc/device-tree/model, without its NUL).
+std::optional<std::string> ReadModelIdentifier(const char* root);
 
-// The firmware's product name, /sys/class/dmi/id/product_name, without its
-// newline; empty when the firmware left it blank.
-Reading<std::string> ReadDmiProductName(const char* root);
-
-// Whether the kernel booted from a device tree (/proc/device-tree exists).
-bool HasDeviceTree(const char* root);
-// /proc/device-tree/model exactly as the kernel gives it: a NUL-terminated
-// string property.
-Reading<std::string> ReadDeviceTreeModel(const char* root);
-
-// The power-source "Type" of every supply under /sys/class/power_supply, in
-// the order of their names; unset where the supply's type is unreadable.
-Reading<std::vector<std::optional<std::string>>> ReadPowerSourceTypes(const char* root);
+// Whether a supply under /sys/class/power_supply is the machine's own
+// battery.
+bool HasInternalBattery(const char* root);
 
 }  // namespace vemora::platform::linux_files

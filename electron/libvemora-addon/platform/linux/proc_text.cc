@@ -74,44 +74,34 @@ std::string_view FirstLine(std::string_view text) {
   return TrimBlanks(text.substr(0, text.find('\n')));
 }
 
-std::optional<std::string_view> CpuinfoModelName(std::string_view text) {
-  std::optional<std::string_view> found;
+CpuinfoFacts ParseCpuinfo(std::string_view text) {
+  CpuinfoFacts facts;
   ForEachKeyedLine(text, [&](std::string_view key, std::string_view field) {
-    if (key == "model name" || key == "Model" || key == "Hardware") {
+    if (!facts.name && (key == "model name" || key == "Model" || key == "Hardware")) {
       const std::string_view value = TrimBlanks(field);
-      if (!value.empty()) found = value;
+      if (!value.empty()) facts.name = value;
+    } else if (!facts.has_flags && key == "flags") {
+      facts.has_flags = true;
+      std::string_view flags = field;
+      while (!flags.empty() && !facts.avx2) {
+        const std::size_t end = flags.find(' ');
+        facts.avx2 = TrimBlanks(flags.substr(0, end)) == "avx2";
+        flags = end == std::string_view::npos ? std::string_view() : flags.substr(end + 1);
+      }
     }
-    return !found;
+    return !(facts.name && facts.has_flags);
   });
-  return found;
+  return facts;
 }
 
-std::string_view TrimBrandString(std::string_view bytes) {
-  return TrimBlanks(bytes.substr(0, bytes.find('\0')));
+system::CpuArchitecture ArchitectureOf(std::string_view machine) {
+  if (machine == "x86_64") return system::CpuArchitecture::x86_64;
+  if (machine == "aarch64" || machine == "arm64") return system::CpuArchitecture::ARM64;
+  return system::CpuArchitecture::Unknown;
 }
 
-bool Avx2Usable(std::uint32_t leaf1_ecx, std::uint32_t leaf7_ebx, std::uint64_t xcr0) {
-  constexpr std::uint32_t kOsxsave = 1u << 27;
-  constexpr std::uint32_t kAvx2 = 1u << 5;
-  constexpr std::uint64_t kSseAndYmmState = 0x6;
-  return (leaf1_ecx & kOsxsave) != 0 && (leaf7_ebx & kAvx2) != 0 &&
-         (xcr0 & kSseAndYmmState) == kSseAndYmmState;
-}
-
-std::int32_t MachCpuType(std::string_view machine) {
-  constexpr std::int32_t kAbi64 = 0x01000000;
-  constexpr std::int32_t kX86 = 7;
-  constexpr std::int32_t kArm = 12;
-  if (machine == "x86_64") return kX86 | kAbi64;
-  if (machine == "aarch64" || machine == "arm64") return kArm | kAbi64;
-  if (machine.size() == 4 && machine[0] == 'i' && machine.substr(2) == "86") return kX86;
-  if (machine.substr(0, 3) == "arm") return kArm;
-  return -1;
-}
-
-std::string_view PowerSourceType(std::string_view type, std::string_view scope) {
-  if (type == "Battery" && scope != "Device") return "InternalBattery";
-  return type;
+bool IsInternalBattery(std::string_view type, std::string_view scope) {
+  return type == "Battery" && scope != "Device";
 }
 
 }  // namespace vemora::platform::linux_text

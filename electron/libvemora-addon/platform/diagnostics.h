@@ -1,5 +1,5 @@
-// The three ways a failed measurement reports itself on the standard error
-// stream, kept in one place so every call site uses its fixed style.
+// The ways a failed measurement reports itself on the standard error stream,
+// kept in one place so every call site uses its fixed style.
 #pragma once
 
 namespace vemora_utils {

@@ -1,4 +1,4 @@
-#include "memory/diagnostics.h"
+#include "platform/diagnostics.h"
 
 #include <cerrno>
 #include <cstdio>

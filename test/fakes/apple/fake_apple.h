@@ -1,7 +1,8 @@
-// Control panel of the fake platform, for tests: every reading is scripted
-// (a value or a failure), every call is recorded in order, and every object
-// handed out is tracked until it is released. reset() restores a script that
-// describes an Apple-silicon Mac (a 64 GiB laptop with an M2 Max).
+// Control panel of the fake of Apple's calls (platform/darwin/apple.h), for
+// the tests of the macOS facts: every answer is scripted (a value or a
+// failure), every call is recorded in order, and every object handed out is
+// tracked until it is released. reset() restores a script that describes an
+// Apple-silicon Mac (a 64 GiB laptop with an M2 Max).
 #pragma once
 
 #include <cstdint>
@@ -11,9 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "platform/platform.h"
+#include "platform/darwin/apple.h"
 
 namespace vemora::platform::fake {
+
+using apple::VmPageCounts;
 
 struct PowerSource {
   enum class Type { kMissing, kNotString, kString };
@@ -49,9 +52,8 @@ struct Script {
   // CPU and OS.
   Reading<std::string> brand = Value<std::string>(std::string("Apple M2 Max\0", 13));
   bool brand_throws = false;  // the query raises std::runtime_error("fake CPU query failed")
-  Reading<std::int32_t> cpu_type = Value<std::int32_t>(0x0100000C);
+  Reading<std::int32_t> cpu_type = Value<std::int32_t>(0x0100000C);  // "hw.cputype"
   Reading<std::int32_t> avx2 = Failure<std::int32_t>(2);
-  Reading<std::int32_t> gpu_host_cpu_type = Value<std::int32_t>(0x0100000C);
   Reading<std::string> os_version = Value<std::string>(std::string("14.5\0", 5));
 
   // Model identifier and power sources.
@@ -70,16 +72,16 @@ struct Script {
 Script& script();
 void reset();
 
-// Names of the platform calls made since reset(), in order.
+// Apple's calls made since reset(), in order: the function's name, and for
+// sysctlbyname the key ("sysctlbyname hw.cputype").
 const std::vector<std::string>& calls();
-// Messages sent to the platform's log since reset().
-const std::vector<std::string>& system_log_lines();
+// Messages sent to NSLog since reset().
+const std::vector<std::string>& ns_log_lines();
 
 // Objects handed out and not yet released, by kind ("host port",
 // "metal device", "service", ...), and misuse seen (double release, release
 // of an unknown object, release through the wrong function).
 std::map<std::string, int> live_objects();
 const std::vector<std::string>& misuse();
-int acquired_count();
 
 }  // namespace vemora::platform::fake

@@ -56,10 +56,9 @@ function collect(VemoraCore) {
     vramByDevice: VemoraCore.getAvailableVRAMByDevice(),
     processRAM: VemoraCore.getProcessUsedRAM(process.pid),
     allocationWouldFail,
+    hardware: VemoraCore.surveyHardware(),
+    deviceType: VemoraCore.getDeviceType(),
   };
-  // Builds without the survey methods still print the memory report.
-  if (typeof VemoraCore.surveyHardware === 'function') report.hardware = VemoraCore.surveyHardware();
-  if (typeof VemoraCore.getDeviceType === 'function') report.deviceType = VemoraCore.getDeviceType();
   return report;
 }
 

@@ -37,9 +37,16 @@ test('argument table', () => {
   }
 });
 
-test('the per-device report: fixed content, keys in order, a fresh object per call', () => {
+test('the per-device report: as the survey finds GPUs, keys in order, a fresh object per call', () => {
   const report = VemoraCore.getAvailableVRAMByDevice(1, 'x');
-  assert.deepEqual(report, { result: { code: 'Error', message: 'Not implemented' }, deviceResults: [] });
+  const { result, gpuInfo } = VemoraCore.surveyHardware().gpuSurveyResult;
+  if (process.platform !== 'linux') {
+    assert.deepEqual(report, { result: { code: 'Error', message: 'Not implemented' }, deviceResults: [] });
+  } else if (result.code === 'NoDevicesFound') {
+    assert.deepEqual(report, { result, deviceResults: [] });
+  } else {
+    assert.deepEqual(report.deviceResults.map((d) => [d.name, d.deviceId]), gpuInfo.map((g) => [g.name, g.deviceId]));
+  }
   assert.deepEqual([Object.keys(report), Object.keys(report.result)], [['result', 'deviceResults'], ['code', 'message']]);
   assert.notEqual(VemoraCore.getAvailableVRAMByDevice(), report);
 });

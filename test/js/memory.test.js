@@ -22,9 +22,15 @@ test('physical RAM is MemTotal, available RAM MemAvailable, process RAM as its s
     () => VemoraCore.getProcessUsedRAM(process.pid), 8 * 2 ** 20);
 });
 
-test('GPU figures are -1 with one Linux line each where no GPU is read', { skip }, () => {
+test('GPU sums: -1 with one line each where there is no GPU, else the per-device figures summed', { skip }, () => {
   const child = runChild('-e', ['const { VemoraCore: V } = require(process.env.VEMORA_TEST_ADDON);' +
-    'process.stdout.write(JSON.stringify([V.getMachinePhysicalVRAM(), V.getAvailableVRAM()]))']);
-  assert.deepEqual([child.status, child.stdout, child.stderr], [0, '[-1,-1]',
-    'GPU memory: no GPU source is read on Linux yet\n'.repeat(2)]);
+    'process.stdout.write(JSON.stringify([V.getMachinePhysicalVRAM(), V.getAvailableVRAMByDevice(), V.getAvailableVRAM()]))']);
+  const [total, { result, deviceResults }, free] = JSON.parse(child.stdout);
+  if (result.code === 'NoDevicesFound') {
+    assert.deepEqual([child.status, total, free, child.stderr], [0, -1, -1, `GPU memory: ${result.message}\n`.repeat(2)]);
+    return;
+  }
+  // Free memory moves between the calls; the totals do not.
+  assert.equal(total, deviceResults.reduce((sum, d) => sum + d.totalVramBytes, 0));
+  assert.ok(free >= 0 && free <= total, `${free} of ${total}`);
 });

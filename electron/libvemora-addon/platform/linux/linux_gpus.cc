@@ -42,7 +42,7 @@ int ReadText(const char* root, const std::string& path, std::string* text) {
 }
 
 int ReadIds(const char* root, std::string* ids) {
-  auto buffer = std::make_unique<char[]>(kIdsCapacity);
+  std::unique_ptr<char[]> buffer(new char[kIdsCapacity]);
   std::size_t length = 0;
   const int error =
       linux_files::ReadSmallFile(root, kAmdgpuIds, buffer.get(), kIdsCapacity, &length);

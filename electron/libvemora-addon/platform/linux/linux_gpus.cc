@@ -88,9 +88,11 @@ std::optional<std::string> ProductName(const char* root, const std::string& devi
 
 void ReadAmdgpu(const char* root, GpuList* list, bool describe) {
   const std::string none = std::string("no card in ") + kDrm + " is driven by amdgpu";
-  DIR* directory = ::opendir((std::string(root) + kDrm).c_str());
+  const std::string drm = std::string(root) + kDrm;
+  DIR* directory = ::opendir(drm.c_str());
   if (directory == nullptr) {
-    list->notes.push_back({none + " (" + kDrm + ": " + std::strerror(errno) + ")", false});
+    const int error = errno;
+    list->notes.push_back({none + " (" + kDrm + ": " + std::strerror(error) + ")", false});
     return;
   }
   std::string version;

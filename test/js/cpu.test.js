@@ -5,6 +5,7 @@
 const test = require('node:test');
 const assert = require('node:assert/strict');
 const { execFileSync, spawn } = require('node:child_process');
+const { once } = require('node:events');
 const fs = require('node:fs');
 const { setTimeout: sleep } = require('node:timers/promises');
 const { VemoraCore: load, runChild } = require('../harness/addon');
@@ -13,9 +14,13 @@ const VemoraCore = load();
 const skip = process.platform !== 'linux';
 const HZ = skip ? 100 : Number(execFileSync('getconf', ['CLK_TCK'], { encoding: 'utf8' }));
 
+// Each child says when it has started (and its threads too), then spins or idles.
 const SPIN = 'for (;;);';
-const IDLE = 'setTimeout(() => {}, 60000);';
-const TWO_SPINNING = `new (require('node:worker_threads').Worker)(${JSON.stringify(SPIN)}, { eval: true }); ${SPIN}`;
+const READY = "process.stdout.write('ready');";
+const SPINNING = `${READY} ${SPIN}`;
+const IDLE = `setTimeout(() => {}, 60000); ${READY}`;
+const TWO_SPINNING = `new (require('node:worker_threads').Worker)(${JSON.stringify(`require('node:worker_threads')
+  .parentPort.postMessage(0); ${SPIN}`)}, { eval: true }).once('message', () => { ${READY} ${SPIN} });`;
 
 // The CPU seconds, start and uptime of a process (or, with tid, one of its
 // threads), from the files the add-on reads.
@@ -29,9 +34,10 @@ const between = (a, b) => (100 * (b.cpu - a.cpu)) / (b.uptime - a.uptime);
 const lifetime = (p) => (100 * p.cpu) / (p.uptime - p.start);
 
 async function child(script, t) {
-  const c = spawn(process.execPath, ['-e', script], { stdio: 'ignore' });
+  const c = spawn(process.execPath, ['-e', script], { stdio: ['ignore', 'pipe', 'ignore'] });
   t.after(() => c.kill('SIGKILL'));
-  await sleep(500); // past Node's start-up
+  await once(c.stdout, 'data');
+  await sleep(200); // past the last of Node's start-up work
   return c.pid;
 }
 
@@ -49,12 +55,13 @@ function overWindow(pid, windowMs) {
   return { figure, mainThread: between(before[1], after[1]) };
 }
 
-// Bands wide enough for a loaded 2-core machine, where a spinning child may
-// get a third of a core; a tick of CPU (10 ms) may fall in a window that did
-// not use all of it. The comparison with /proc is the close one.
+// Bands wide enough for a loaded 2-core machine (at a load average of 8, two
+// spinning threads got a quarter of a core between them); a tick of CPU
+// (10 ms) may fall in a window that did not use all of it. The comparison with /proc is the
+// close one.
 test('a spinning child reads near 100 and an idle one near 0 over 500 ms', { skip }, async (t) => {
-  const spinning = overWindow(await child(SPIN, t), 500).figure;
-  assert.ok(spinning >= 25 && spinning <= 103, `spinning: ${spinning}`);
+  const spinning = overWindow(await child(SPINNING, t), 500).figure;
+  assert.ok(spinning >= 10 && spinning <= 103, `spinning: ${spinning}`);
   const idle = overWindow(await child(IDLE, t), 500).figure;
   assert.ok(idle >= 0 && idle <= 5, `idle: ${idle}`);
 });
@@ -68,7 +75,7 @@ test('two spinning threads read their sum', { skip }, async (t) => {
 });
 
 test('at once: the lifetime average first, then the average since that call', { skip }, async (t) => {
-  const pid = await child(SPIN, t);
+  const pid = await child(SPINNING, t);
   const started = process.hrtime.bigint();
   const first = [peer(pid), VemoraCore.getCpuUsage(pid, 0), peer(pid)];
   const tookMs = Number(process.hrtime.bigint() - started) / 1e6;
@@ -77,7 +84,7 @@ test('at once: the lifetime average first, then the average since that call', { 
   await sleep(400);
   const before = peer(pid);
   const since = VemoraCore.getCpuUsage(pid, 0);
-  assert.ok(since >= 25 && since <= 105, `${since}`);
+  assert.ok(since >= 10 && since <= 105, `${since}`);
   assert.ok(Math.abs(since - between(first[2], before)) <= 10, `${since}, /proc says ${between(first[2], before)}`);
 });
 

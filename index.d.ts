@@ -200,16 +200,31 @@ export declare class VemoraCore {
   static readonly RAM_METER_ERROR_CODE: -1;
 
   /**
-   * CPU usage of process `pid`; `second` is passed through unused.
+   * CPU use of process `pid`, user plus system time, in percent of one logical
+   * CPU, as `top`, `ps`, psutil and pidusage count it: a process keeping two
+   * cores busy reads about 200.
    *
-   * Not measurable on the supported platforms: for `pid` > 0 it throws an
-   * `Error` "GetCpuUsage not yet implemented for Mac!"; for `pid` <= 0 it
-   * returns -1 (`CPU_USAGE_ERROR_CODE`) and writes a line to stderr.
+   * - `intervalMs` > 0: samples the process, waits `intervalMs` milliseconds,
+   *   samples again and returns the average over that window. **It blocks the
+   *   calling thread for the whole window**: on an app's main thread (or
+   *   Electron's main process) pass 0, or call it from a worker.
+   * - `intervalMs` <= 0: returns at once the average since this add-on last
+   *   measured that PID (in any thread), or, the first time, the average over
+   *   the process's lifetime (what `ps` shows). Calls less than 100 ms after
+   *   the last measurement answer that measurement's figure again: CPU time
+   *   is counted in ticks of 10 ms (Linux) or about 15.6 ms (Windows), too
+   *   coarse for shorter spans. A PID taken over by a new process starts
+   *   afresh from that process's lifetime.
+   *
+   * -1 (`CPU_USAGE_ERROR_CODE`) when it cannot measure: `pid` <= 0, no such
+   * process, one the caller may not read, or one that ended during the
+   * window; one line on stderr says which. On macOS it throws an `Error`
+   * "GetCpuUsage not yet implemented for Mac!" for `pid` > 0.
    *
    * @throws {TypeError} "Two arguments expected for GetCpuUsage" with fewer than two arguments.
    * @throws {TypeError} "Both GetCpuUsage arguments must be numbers!" when either is not a number.
    */
-  static getCpuUsage(pid: number, second: number): number;
+  static getCpuUsage(pid: number, intervalMs: number): number;
 
   /**
    * The machine's physical RAM in bytes: `hw.memsize` on macOS, `MemTotal` on

@@ -6,7 +6,7 @@
 // methods, the C++ platform readings and the peers that give the same figures,
 // or measures resident memory over many calls of one method; writes the
 // results as JSON on stdout.
-const { spawnSync } = require('node:child_process');
+const { spawn, spawnSync } = require('node:child_process');
 const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
@@ -33,16 +33,24 @@ const firstCalls = GpuFake && !config.memoryLabel ? [
   ['getAvailableVRAMByDevice(), test NVML + tree', firstCall(GpuFake, 'getAvailableVRAMByDevice')],
   ['getAvailableVRAMByDevice() here', firstCall(VemoraCore, 'getAvailableVRAMByDevice')],
 ] : [];
+// Another process, an idle Node, whose CPU getCpuUsage and pidusage measure.
+const child = spawn(process.execPath, ['-e', 'setInterval(() => {}, 2 ** 30)'], { stdio: 'ignore' });
+child.unref(); // it must not keep this process alive
+process.on('exit', () => child.kill('SIGKILL'));
 // Arguments for the methods that take some; any other method is called with
 // none. willFailToAllocate is timed both where the request fits (one reading)
-// and where it exceeds RAM (the free swap is read as well).
+// and where it exceeds RAM (the free swap is read as well). getCpuUsage is
+// timed at once (a window only waits), for another process and for this one.
 const CALLS = {
   getProcessUsedRAM: [['getProcessUsedRAM(pid)', [pid]]],
   willFailToAllocate: [
     ['willFailToAllocate(1 GB)', [1e9]],
     ['willFailToAllocate(4 PiB)', [2 ** 52]],
   ],
-  getCpuUsage: [['getCpuUsage(pid, 1000)', [pid, 1000]]],
+  getCpuUsage: [
+    ['getCpuUsage(child, 0)', [child.pid, 0]],
+    ['getCpuUsage(pid, 0)', [pid, 0]],
+  ],
 };
 
 // A call of obj[name](...args) as a closure of its own, so that each subject's
@@ -93,6 +101,7 @@ function syncSubjects() {
     { label: 'os.freemem()', kind: 'peer', ...caller(os, 'freemem', []) },
     { label: 'process.memoryUsage.rss()', kind: 'peer', ...caller(process.memoryUsage, 'rss', []) },
     { label: 'os.cpus()', kind: 'peer', ...caller(os, 'cpus', []) },
+    { label: 'process.cpuUsage()', kind: 'peer', ...caller(process, 'cpuUsage', []) },
   ];
 }
 
@@ -138,8 +147,9 @@ function timeNative(into, samples) {
       encoding: 'utf8',
       maxBuffer: 64 * 2 ** 20,
       stdio: ['ignore', 'pipe', config.stderr],
-      // Its status-file reading reads this process's file, as the add-on does.
-      env: { ...process.env, VEMORA_BENCH_PID: String(pid) },
+      // Its process readings read this process's files and the child's, as
+      // the add-on does.
+      env: { ...process.env, VEMORA_BENCH_PID: String(pid), VEMORA_BENCH_OTHER_PID: String(child.pid) },
     },
   );
   if (result.error) throw result.error;
@@ -191,6 +201,7 @@ async function timeAsync() {
     ['si.system()', () => si.system(), 1],
     ['si.battery()', () => si.battery(), 1],
     ['pidusage(pid)', () => pidusage(pid), 25],
+    ['pidusage(child)', () => pidusage(child.pid), 25],
   ];
   const samples = new Map(peers.map(([label]) => [label, []]));
   for (const [, call] of peers) await call();

@@ -38,8 +38,7 @@ class NoopCore : public Napi::ObjectWrap<NoopCore> {
     return object;
   }
 
-  // A method that answers with an error, as getCpuUsage does where it cannot
-  // measure.
+  // A method that answers with an error, as getCpuUsage does on macOS.
   static Napi::Value ThrowError(const Napi::CallbackInfo& info) {
     throw Napi::Error::New(info.Env(), "not measured here");
   }

@@ -4,11 +4,14 @@
 //
 // The diagnostics some facts must write on every call (where there is no GPU
 // source, say) are timed too: they are part of the work. Run with the standard
-// error stream sent to /dev/null, as bench/run.js does.
+// error stream sent to /dev/null, as bench/run.js does. Beside them, the bare
+// read of a /proc/<pid>/stat file, the least any reader of it pays.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <string>
 
 #include "platform/platform.h"
 #include "system/device_type.h"
@@ -17,10 +20,11 @@ namespace {
 
 namespace platform = vemora::platform;
 
-// The process whose status file getProcessUsedRAM reads: bench/run.js passes
-// a Node process's PID, so the file is as long as the one the add-on reads.
-int MeasuredPid() {
-  const char* pid = std::getenv("VEMORA_BENCH_PID");
+// The processes the add-on's process readings read: bench/run.js passes a
+// Node process's PID (VEMORA_BENCH_PID), so the files are as long as the
+// ones the add-on reads, and another process's (VEMORA_BENCH_OTHER_PID).
+int PidFrom(const char* variable) {
+  const char* pid = std::getenv(variable);
   return pid != nullptr ? std::atoi(pid) : static_cast<int>(::getpid());
 }
 
@@ -29,10 +33,22 @@ void Fact(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(kFact());
 }
 
-void process_memory(benchmark::State& state) {
-  const int pid = MeasuredPid();
-  for (auto _ : state) benchmark::DoNotOptimize(platform::process_memory(pid));
-  if (!platform::process_memory(pid).ok()) state.SkipWithError("process_memory failed");
+template <auto kFact>
+void ProcessFact(benchmark::State& state, const char* variable) {
+  const int pid = PidFrom(variable);
+  for (auto _ : state) benchmark::DoNotOptimize(kFact(pid));
+  if (!kFact(pid).ok()) state.SkipWithError("the reading failed");
+}
+
+// What any reader of /proc/<pid>/stat pays before parsing: open, read, close.
+void ReadProcStat(benchmark::State& state, const char* variable) {
+  const std::string path = "/proc/" + std::to_string(PidFrom(variable)) + "/stat";
+  char text[4096];
+  for (auto _ : state) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    benchmark::DoNotOptimize(::read(fd, text, sizeof text));
+    ::close(fd);
+  }
 }
 
 }  // namespace
@@ -43,7 +59,14 @@ int main(int argc, char** argv) {
   benchmark::RegisterBenchmark("allocatable_memory_bytes",
                                Fact<platform::allocatable_memory_bytes>);
   benchmark::RegisterBenchmark("swap_usage", Fact<platform::swap_usage>);
-  benchmark::RegisterBenchmark("process_memory", process_memory);
+  benchmark::RegisterBenchmark("process_memory", ProcessFact<platform::process_memory>,
+                               "VEMORA_BENCH_PID");
+  benchmark::RegisterBenchmark("process_cpu_times", ProcessFact<platform::process_cpu_times>,
+                               "VEMORA_BENCH_PID");
+  benchmark::RegisterBenchmark("process_cpu_times(other)", ProcessFact<platform::process_cpu_times>,
+                               "VEMORA_BENCH_OTHER_PID");
+  benchmark::RegisterBenchmark("read_proc_stat", ReadProcStat, "VEMORA_BENCH_PID");
+  benchmark::RegisterBenchmark("read_proc_stat(other)", ReadProcStat, "VEMORA_BENCH_OTHER_PID");
   benchmark::RegisterBenchmark("gpu_memory_bytes", Fact<platform::gpu_memory_bytes>);
   benchmark::RegisterBenchmark("gpu_available_memory_bytes",
                                Fact<platform::gpu_available_memory_bytes>);

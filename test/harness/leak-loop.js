@@ -8,9 +8,11 @@ const { check, names, methods } = require('./methods');
 
 const { VemoraCore } = require(process.env.VEMORA_TEST_ADDON || require('./addon').addonPath);
 
-// Between them these reach every refusal, the no-such-process path and the
-// swap reading of the allocation check; methods that refuse nothing get two.
-const ARGS = [[], [1], ['1', 2], [0, 0], [1, 2], [-1], [process.pid], [2 ** 31 - 1], [2 ** 62], [1, 'x', {}]];
+// Between them these reach every refusal, the no-such-process paths, a CPU
+// window and a CPU figure at once, and the swap reading of the allocation
+// check; methods that refuse nothing get two.
+const ARGS = [[], [1], ['1', 2], [0, 0], [1, 2], [-1], [process.pid], [process.pid, 0], [2 ** 31 - 1],
+  [2 ** 31 - 1, 1], [2 ** 62], [1, 'x', {}]];
 const callEverything = () => names(VemoraCore).forEach((name) =>
   (methods[name][2] ? ARGS : [[], [1, 'x', {}]]).forEach((args) => check(VemoraCore, name, args)));
 

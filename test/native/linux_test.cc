@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "memory/cpu_usage.h"
 #include "platform/linux/linux_files.h"
 #include "platform/linux/proc_text.h"
 #include "platform/platform.h"
@@ -71,11 +72,25 @@ TEST(LinuxFiles, KeyedNumbersAcrossReads) {
 
 std::string Errno(int error) { return strerrorname_np(error); }
 std::string Kib(Number bytes) { return bytes ? std::to_string(*bytes / 1024) : "-"; }
+std::string Ms(std::uint64_t ns) { return std::to_string(ns / 1'000'000); }
+std::string Root(const std::string& tree) { return VEMORA_FIXTURES "/machines/" + tree; }
+
 // "meminfo": MemAvailable. "status <pid>": resident size and footprint.
+// "stat <pid>": user + system CPU time and start. "uptime": since boot.
 // "survey": CPU name, avx2 | model identifier | internal battery.
 std::string Read(const std::string& tree, const std::string& reading) {
-  const std::string path = VEMORA_FIXTURES "/machines/" + tree;
+  const std::string path = Root(tree);
   const char* root = path.c_str();
+  if (reading.rfind("stat ", 0) == 0) {
+    const auto times = files::ReadProcessCpuTimes(root, std::stoi(reading.substr(5)));
+    if (!times.ok()) return Errno(times.error);
+    return Ms(times.value.user_ns) + "+" + Ms(times.value.system_ns) + " ms, start " +
+           Ms(times.value.start_ns) + " ms";
+  }
+  if (reading == "uptime") {
+    const auto uptime = files::ReadUptimeNs(root);
+    return uptime.ok() ? Ms(uptime.value) + " ms" : Errno(uptime.error);
+  }
   if (reading == "meminfo") {
     const auto available = files::ReadMemAvailable(root);
     return available.ok() ? Kib(available.value) + " kB" : Errno(available.error);
@@ -127,6 +142,15 @@ const TreeRow kTrees[] = {
     {"huge-values", "status 4242", "18014398509481983 18014398509481983 kB"},
     {"values-past-64-bits", "meminfo", "ENODATA"},
     {"values-past-64-bits", "status 4242", "EOVERFLOW"},
+    {"debian12-x86_64-vm", "stat 4242", "60+1440 ms, start 1081610 ms"},
+    {"debian12-x86_64-vm", "uptime", "1083120 ms"},
+    {"odd-process-stat", "stat 4243", "0+0 ms, start 1080770 ms"},  // named "a) R 1 (b c"
+    {"odd-process-stat", "stat 4244", "ESRCH"},                     // a zombie
+    {"odd-process-stat", "stat 4245", "EINVAL"},                    // cut inside starttime
+    {"missing-proc-files", "stat 4242", "ENOENT"},
+    {"missing-proc-files", "uptime", "915760 ms"},
+    {"huge-values", "stat 4242", "EOVERFLOW"},         // 2^64 - 1 ticks
+    {"values-past-64-bits", "stat 4242", "EINVAL"},    // 2^64 ticks
 };
 // clang-format on
 INSTANTIATE_TEST_SUITE_P(Trees, MachineTree, ::testing::ValuesIn(kTrees), [](const auto& row) {
@@ -134,6 +158,53 @@ INSTANTIATE_TEST_SUITE_P(Trees, MachineTree, ::testing::ValuesIn(kTrees), [](con
   for (char& c : name) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
   return name;
 });
+
+// ---- CPU times ----------------------------------------------------------------------------
+
+platform::ProcessCpuTimes CpuTimesIn(const std::string& tree) {
+  auto times = files::ReadProcessCpuTimes(Root(tree).c_str(), 4242);
+  times.value.read_at_ns = files::ReadUptimeNs(Root(tree).c_str()).value;
+  return times.value;
+}
+
+// The new cp started later and has used more CPU than the old one: compared
+// with the old one's times it would read 65%, not its own lifetime's 100%.
+TEST(CpuTimes, PidReusedWithALaterStartIsANewProcess) {
+  vemora_utils::CpuHistory history(4);
+  EXPECT_NEAR(history.Measure(4242, CpuTimesIn("debian12-x86_64-vm")), 99.34, 0.01);
+  EXPECT_NEAR(history.Measure(4242, CpuTimesIn("pid-reused")), 100, 0.01);
+}
+
+TEST(CpuTimes, UptimeAndStatText) {
+  const std::pair<const char*, Number> uptimes[] = {
+      // clang-format off
+      {"915.76 1299.31\n", 915'760'000'000}, {"0.1234567891", 123'456'789}, {"915. 1", std::nullopt},
+      {"-1.00 1", std::nullopt}, {"18446744074.00 1", std::nullopt},
+      // clang-format on
+  };
+  for (const auto& [content, expected] : uptimes) {
+    EXPECT_EQ(text::ParseUptimeNs(content), expected) << content;
+  }
+  // A name of ") 1 2": only the last ')' ends it. 3 ticks per second do not divide 10^9.
+  const auto odd = files::ProcessCpuTimesFromStatText(
+      "7 () 1 2) S 1 1 1 1 1 1 1 1 1 1 4 5 0 0 0 0 0 0 7 1\n", 3);
+  ASSERT_TRUE(odd.ok());
+  EXPECT_EQ(std::make_tuple(odd.value.user_ns, odd.value.system_ns, odd.value.start_ns),
+            std::make_tuple(1'333'333'333ull, 1'666'666'666ull, 2'333'333'333ull));
+  EXPECT_EQ(files::ProcessCpuTimesFromStatText("7 (x) S 1 2 3", 100).error, EINVAL);
+  EXPECT_EQ(files::ProcessCpuTimesFromStatText("(x) S", 100).error, EINVAL);
+}
+
+// The live reading's clock is the one /proc/uptime prints, read around it.
+TEST(CpuTimes, ThisProcessOnTheBootClock) {
+  const auto before = files::ReadUptimeNs("");
+  const auto times = platform::process_cpu_times(static_cast<int>(::getpid()));
+  const auto after = files::ReadUptimeNs("");
+  ASSERT_TRUE(before.ok() && times.ok() && after.ok());
+  EXPECT_GE(times.value.read_at_ns + 10'000'000, before.value);
+  EXPECT_LE(times.value.read_at_ns, after.value + 10'000'000);
+  EXPECT_LE(times.value.start_ns, times.value.read_at_ns);
+}
 
 // ---- Survey texts ------------------------------------------------------------------------
 

@@ -1,15 +1,40 @@
 #include "memory/process_usage.h"
 
+#include <chrono>
 #include <iostream>
-#include <stdexcept>
+#include <thread>
+
+#include "memory/cpu_usage.h"
+#include "platform/platform.h"
 
 namespace vemora_utils {
+namespace {
 
-float GetCpuUsage(int pid, int /*second*/) {
-  if (pid > 0) throw std::runtime_error("GetCpuUsage not yet implemented for Mac!");
-  std::cerr << "Failed to get CPU usage for PID '" << pid << "' since PID must be positive!"
-            << std::endl;
-  return -1.0f;
+// Enough for every process a desktop app watches; each entry is a few dozen
+// bytes.
+constexpr std::size_t kCpuHistoryCapacity = 1024;
+
+CpuHistory& SharedCpuHistory() {
+  // Never destroyed: a worker thread may still be measuring while the
+  // process exits.
+  static CpuHistory* const history = new CpuHistory(kCpuHistoryCapacity);
+  return *history;
+}
+
+void Sleep(int milliseconds) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+}  // namespace
+
+float GetCpuUsage(int pid, int window_ms) {
+  if (pid <= 0) {
+    std::cerr << "Failed to get CPU usage for PID '" << pid << "' since PID must be positive!"
+              << std::endl;
+    return -1.0f;
+  }
+  return MeasureCpuUsage(pid, window_ms, SharedCpuHistory(), vemora::platform::process_cpu_times,
+                         Sleep);
 }
 
 }  // namespace vemora_utils

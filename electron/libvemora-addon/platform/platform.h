@@ -63,6 +63,21 @@ struct ProcessMemory {
 // pid is above 0.
 Reading<ProcessMemory> process_memory(int pid);
 
+// What the OS has counted of a process's CPU time, summed over its threads,
+// with when it started and when the reading was taken. start_ns and
+// read_at_ns are on one clock of the OS's choosing (Linux: since boot;
+// Windows: since 1601), so only differences mean anything; a PID that comes
+// back with another start time belongs to another process.
+struct ProcessCpuTimes {
+  std::uint64_t user_ns = 0;
+  std::uint64_t system_ns = 0;
+  std::uint64_t start_ns = 0;
+  std::uint64_t read_at_ns = 0;
+};
+// pid is above 0. A process that has ended (a zombie too) is a failure.
+// Throws std::runtime_error where the OS's figure is not measured (macOS).
+Reading<ProcessCpuTimes> process_cpu_times(int pid);
+
 // ---- GPU memory ---------------------------------------------------------------
 
 // The memory the machine's GPUs may use: on unified memory, the GPU's working

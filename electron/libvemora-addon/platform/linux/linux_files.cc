@@ -72,6 +72,20 @@ Reading<ProcessMemory> ProcessMemoryFromNumbers(const KeyedNumber (&found)[kStat
   return Value(ProcessMemory{*resident, *anonymous + *swapped});
 }
 
+// A name of 64 characters at most (a kernel worker's) and 52 numbers.
+constexpr std::size_t kStatCapacity = 4096;
+
+std::optional<std::uint64_t> TicksToNs(std::uint64_t ticks, std::uint64_t ticks_per_second) {
+  constexpr std::uint64_t kNsPerSecond = 1'000'000'000;
+  const std::uint64_t seconds = ticks / ticks_per_second;
+  // The remainder's share, exact for any tick rate up to the nanosecond.
+  const std::uint64_t rest_ns = ticks % ticks_per_second * kNsPerSecond / ticks_per_second;
+  if (seconds > (std::numeric_limits<std::uint64_t>::max() - rest_ns) / kNsPerSecond) {
+    return std::nullopt;
+  }
+  return seconds * kNsPerSecond + rest_ns;
+}
+
 // A sysfs attribute holds one line of at most a page.
 constexpr std::size_t kAttributeCapacity = 4096;
 // The kernel writes /proc/cpuinfo one processor at a time, and each costs
@@ -230,6 +244,49 @@ Reading<ProcessMemory> ProcessMemoryFromStatusText(std::string_view text) {
   WantStatus(wanted);
   linux_text::ParseKeyedNumbers(text, wanted, kStatusKeys);
   return ProcessMemoryFromNumbers(wanted);
+}
+
+Reading<ProcessCpuTimes> ReadProcessCpuTimes(const char* root, int pid) {
+  if (pid <= 0) return Failure<ProcessCpuTimes>(ESRCH);
+  char path[64] = "/proc/";
+  char* end = std::to_chars(path + 6, path + sizeof path, pid).ptr;
+  std::memcpy(end, "/stat", sizeof "/stat");
+  char text[kStatCapacity];
+  std::size_t length = 0;
+  if (const int error = ReadSmallFile(root, path, text, sizeof text, &length)) {
+    return Failure<ProcessCpuTimes>(error);
+  }
+  // USER_HZ, fixed for the life of the process.
+  static const long ticks_per_second = ::sysconf(_SC_CLK_TCK);
+  if (ticks_per_second <= 0) return Failure<ProcessCpuTimes>(EINVAL);
+  return ProcessCpuTimesFromStatText({text, length}, static_cast<std::uint64_t>(ticks_per_second));
+}
+
+Reading<ProcessCpuTimes> ProcessCpuTimesFromStatText(std::string_view text,
+                                                     std::uint64_t ticks_per_second) {
+  const auto times = linux_text::ParseStatTimes(text);
+  if (!times || ticks_per_second == 0 || ticks_per_second > 1'000'000'000) {
+    return Failure<ProcessCpuTimes>(EINVAL);
+  }
+  // Z: a zombie, whose parent has not reaped it; X: dead (proc(5)).
+  if (times->state == 'Z' || times->state == 'X' || times->state == 'x') {
+    return Failure<ProcessCpuTimes>(ESRCH);
+  }
+  const auto user = TicksToNs(times->utime_ticks, ticks_per_second);
+  const auto system = TicksToNs(times->stime_ticks, ticks_per_second);
+  const auto start = TicksToNs(times->start_ticks, ticks_per_second);
+  if (!user || !system || !start) return Failure<ProcessCpuTimes>(EOVERFLOW);
+  return Value(ProcessCpuTimes{*user, *system, *start, 0});
+}
+
+Reading<std::uint64_t> ReadUptimeNs(const char* root) {
+  char text[kAttributeCapacity];
+  std::size_t length = 0;
+  if (const int error = ReadSmallFile(root, "/proc/uptime", text, sizeof text, &length)) {
+    return Failure<std::uint64_t>(error);
+  }
+  const auto uptime = linux_text::ParseUptimeNs({text, length});
+  return uptime ? Value(*uptime) : Failure<std::uint64_t>(EINVAL);
 }
 
 Reading<CpuinfoFacts> ReadCpuinfo(const char* root) {

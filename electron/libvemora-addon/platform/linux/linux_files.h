@@ -39,6 +39,19 @@ Reading<ProcessMemory> ReadProcessMemory(const char* root, int pid);
 // ReadProcessMemory's parse step, on the file's text.
 Reading<ProcessMemory> ProcessMemoryFromStatusText(std::string_view text);
 
+// utime + stime and starttime of /proc/<pid>/stat in nanoseconds
+// (read_at_ns is left 0 for the caller's clock). ESRCH for a process that has
+// ended but not been reaped (a zombie), EINVAL for a file that is not a stat
+// line, EOVERFLOW for ticks past 64 bits of nanoseconds.
+Reading<ProcessCpuTimes> ReadProcessCpuTimes(const char* root, int pid);
+// ReadProcessCpuTimes's parse step, on the file's text, with the clock ticks
+// per second of sysconf(_SC_CLK_TCK) (1 to 10^9).
+Reading<ProcessCpuTimes> ProcessCpuTimesFromStatText(std::string_view text,
+                                                     std::uint64_t ticks_per_second);
+// /proc/uptime's time since boot, in nanoseconds: the clock of starttime
+// (EINVAL when malformed).
+Reading<std::uint64_t> ReadUptimeNs(const char* root);
+
 // The CPU's name and AVX2 flag from one read of /proc/cpuinfo.
 struct CpuinfoFacts {
   std::optional<std::string> name;

@@ -1,6 +1,8 @@
 #include "platform/linux/proc_text.h"
 
+#include <algorithm>
 #include <charconv>
+#include <limits>
 
 namespace vemora::platform::linux_text {
 namespace {
@@ -62,7 +64,76 @@ std::optional<std::uint64_t> FirstNumberOf(std::string_view text, std::string_vi
   return std::nullopt;
 }
 
+// All of field, as a number that fits 64 bits.
+std::optional<std::uint64_t> WholeNumber(std::string_view field) {
+  std::uint64_t value = 0;
+  const char* end = field.data() + field.size();
+  const auto [digits_end, error] = std::from_chars(field.data(), end, value);
+  if (error != std::errc() || digits_end != end) return std::nullopt;
+  return value;
+}
+
 }  // namespace
+
+std::optional<StatTimes> ParseStatTimes(std::string_view text) {
+  // "<pid> (<comm>) <state> <ppid> ...": a pid, the name, then blank-separated fields.
+  const std::size_t open = text.find(" (");
+  const std::size_t close = text.rfind(')');
+  if (open == std::string_view::npos || close == std::string_view::npos || close <= open + 1 ||
+      !WholeNumber(text.substr(0, open))) {
+    return std::nullopt;
+  }
+  std::string_view rest = text.substr(close + 1);
+  StatTimes times;
+  // Fields 3 to 22, the 20 after the name.
+  for (int field = 3; field <= 22; ++field) {
+    if (rest.size() < 2 || rest[0] != ' ') return std::nullopt;
+    rest.remove_prefix(1);
+    const std::size_t end = std::min(rest.find_first_of(" \n"), rest.size());
+    const std::string_view token = rest.substr(0, end);
+    rest.remove_prefix(end);
+    if (field == 3) {
+      if (token.size() != 1) return std::nullopt;
+      times.state = token[0];
+      continue;
+    }
+    std::uint64_t* const wanted = field == 14   ? &times.utime_ticks
+                                  : field == 15 ? &times.stime_ticks
+                                  : field == 22 ? &times.start_ticks
+                                                : nullptr;
+    if (wanted == nullptr) continue;
+    const auto number = WholeNumber(token);
+    if (!number) return std::nullopt;
+    *wanted = *number;
+  }
+  // More fields follow starttime on every kernel since 2.6: without them the
+  // line may have been cut inside it.
+  if (rest.empty() || rest[0] != ' ') return std::nullopt;
+  return times;
+}
+
+std::optional<std::uint64_t> ParseUptimeNs(std::string_view text) {
+  const std::size_t end = std::min(text.find_first_of(" \n"), text.size());
+  const std::string_view figure = text.substr(0, end);
+  const std::size_t point = figure.find('.');
+  const auto seconds = WholeNumber(figure.substr(0, point));
+  if (!seconds || *seconds > std::numeric_limits<std::uint64_t>::max() / 1'000'000'000) {
+    return std::nullopt;
+  }
+  std::uint64_t fraction_ns = 0;
+  if (point != std::string_view::npos) {
+    const std::string_view digits = figure.substr(point + 1);
+    if (digits.empty() || !WholeNumber(digits)) return std::nullopt;
+    // The first nine digits, scaled to nanoseconds.
+    std::uint64_t scale = 100'000'000;
+    for (std::size_t i = 0; i < digits.size() && scale > 0; ++i, scale /= 10) {
+      fraction_ns += static_cast<std::uint64_t>(digits[i] - '0') * scale;
+    }
+  }
+  const std::uint64_t whole_ns = *seconds * 1'000'000'000;
+  if (whole_ns > std::numeric_limits<std::uint64_t>::max() - fraction_ns) return std::nullopt;
+  return whole_ns + fraction_ns;
+}
 
 void ParseKeyedNumbers(std::string_view text, KeyedNumber* wanted, std::size_t count) {
   for (std::size_t i = 0; i < count; ++i) {

@@ -25,6 +25,23 @@ struct KeyedNumber {
 // a file read in pieces is parsed piece by piece.
 void ParseKeyedNumbers(std::string_view text, KeyedNumber* wanted, std::size_t count);
 
+// What /proc/<pid>/stat tells of a process's CPU (proc(5)): its state
+// (field 3), utime and stime (14, 15) and starttime (22), in clock ticks.
+// The command name (field 2) sits in parentheses and may itself hold blanks
+// and parentheses, so the fields are counted from the last ')'. None when the
+// line is cut short or a field is not a number that fits 64 bits.
+struct StatTimes {
+  char state = 0;
+  std::uint64_t utime_ticks = 0;
+  std::uint64_t stime_ticks = 0;
+  std::uint64_t start_ticks = 0;
+};
+std::optional<StatTimes> ParseStatTimes(std::string_view text);
+
+// The first figure of /proc/uptime, the seconds since boot with their
+// fraction ("915.76 1299.31"), in nanoseconds.
+std::optional<std::uint64_t> ParseUptimeNs(std::string_view text);
+
 // The first line of a sysfs attribute, without its newline.
 std::string_view FirstLine(std::string_view text);
 

@@ -33,6 +33,8 @@ const manifest = {
   // Yarn Plug'n'Play must unpack it: a native add-on cannot load from a zip.
   preferUnplugged: true,
   engines: main.engines,
+  // npm publishes a scoped package as private unless told otherwise.
+  publishConfig: { access: 'public' },
 };
 fs.writeFileSync(path.join(dir, 'package.json'), `${JSON.stringify(manifest, null, 2)}\n`);
 fs.writeFileSync(path.join(dir, 'README.md'), `# ${name}\n\n${manifest.description}. ` +

@@ -26,7 +26,7 @@ const manifest = {
   license: main.license,
   os: [os],
   cpu: [cpu],
-  // npm, pnpm and yarn leave a package out where its libc is not this one.
+  // The Linux binaries need glibc (2.28 or later); on musl npm leaves them out.
   ...(os === 'linux' && { libc: ['glibc'] }),
   main: 'libvemora_bindings.node',
   files: ['libvemora_bindings.node'],

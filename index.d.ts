@@ -27,7 +27,10 @@ export type CpuInstructionSetExtensionName = 'AVX' | 'AVX2' | 'AdvSIMD';
 /** Whether a GPU shares the CPU's memory (`Integrated`) or has its own (`Discrete`). */
 export type GpuIntegrationTypeName = 'Unknown' | 'Integrated' | 'Discrete';
 
-/** The interface through which a GPU was found. Only `Metal` is surveyed today. */
+/**
+ * The interface through which a GPU was found: `Metal` on macOS; on Linux
+ * `CUDA` (NVIDIA's GPUs, through NVML) and `ROCm` (GPUs driven by amdgpu).
+ */
 export type GpuDetectionPlatformName =
   | 'Unknown'
   | 'ROCm'
@@ -54,55 +57,92 @@ export interface Result {
  * `undefined` or `null`.
  */
 export interface GpuLiveMemory {
+  /** `Success` with an empty message, or `Error` with why its figures could not be read. */
   result: Result;
   name?: string;
+  /** The GPU's index, the same `deviceId` as in `surveyHardware()`. */
   deviceId?: number;
-  /** The GPU's whole memory, in bytes. */
+  /** The GPU's own memory, in bytes (NVML's total; amdgpu's `mem_info_vram_total`). */
   totalVramBytes?: number;
-  /** The GPU's free memory at the moment of the call, in bytes. */
+  /**
+   * The GPU's free memory at the moment of the call, in bytes, whoever holds
+   * the rest (NVML's free; amdgpu's total less `mem_info_vram_used`).
+   */
   freeVramBytes?: number;
 }
 
 /** Per-device GPU memory report returned by `VemoraCore.getAvailableVRAMByDevice()`. */
 export interface GpuLiveMemoryReport {
-  /** Overall outcome. Unified memory has no per-device figures: `{ code: 'Error', message: 'Not implemented' }`. */
+  /**
+   * Overall outcome. Unified memory has no per-device figures: `{ code:
+   * 'Error', message: 'Not implemented' }` on macOS. On Linux `Success` when
+   * GPUs were found (each element then says whether its figures were read),
+   * `NoDevicesFound` with what was tried when none was.
+   */
   result: Result;
-  /** One element per GPU, in device order; empty when `result` is not a success. */
+  /** One element per GPU, in survey order; empty when `result` is not a success. */
   deviceResults: GpuLiveMemory[];
 }
 
 /**
- * Further facts about a GPU that have no key of their own. The Metal survey
- * fills the two named keys when it learns them; all values are text.
+ * Further facts about a GPU that have no key of their own; all values are
+ * text. The Metal survey fills the first two keys when it learns them; on
+ * Linux a GPU has `pciBusId` and `pciDeviceId`, and `driverVersion` when the
+ * driver publishes one, and an NVIDIA GPU its `uuid`.
  */
 export interface GpuOtherInfo {
   /** N of the highest Apple GPU family (`MTLGPUFamilyAppleN`) the device supports, in decimal, e.g. `"9"`. */
   metalGpuFamilyNumeric?: string;
   /** The operating system's product version (`kern.osproductversion`), e.g. `"14.5"`. */
   osProductVersion?: string;
+  /** The GPU's PCI address, e.g. `"00000000:65:00.0"` (NVML) or `"0000:03:00.0"` (amdgpu). */
+  pciBusId?: string;
+  /** The vendor and device PCI ids, e.g. `"10DE:2330"`. */
+  pciDeviceId?: string;
+  /** The NVIDIA driver's version (`"580.65.06"`), or the amdgpu DKMS driver's. */
+  driverVersion?: string;
+  /** NVML's UUID of an NVIDIA GPU, e.g. `"GPU-…"`. */
+  uuid?: string;
   [key: string]: string | undefined;
 }
 
 /** One GPU as the hardware survey reports it. */
 export interface GpuInfo {
-  /** The Metal device's name, or `"Apple Silicon"` when Metal gives none. */
+  /**
+   * The Metal device's name, or `"Apple Silicon"` when Metal gives none. On
+   * Linux NVML's name; for amdgpu the board's `product_name`, else libdrm's
+   * name for its PCI ids, else `"AMD GPU 1002:73BF"`.
+   */
   name: string;
-  /** Identifier of the device; 0 for the one Apple-silicon GPU. */
+  /**
+   * The GPU's index in the list: 0 for the one Apple-silicon GPU; on Linux
+   * NVML's GPUs in NVML's order, then amdgpu's in PCI slot order.
+   */
   deviceId: number;
   /**
    * Memory the GPU can reach, in bytes: on Apple silicon the machine's physical
-   * RAM (unified memory). A failed reading is stored as 2^64
-   * (18446744073709551616), not -1.
+   * RAM (unified memory); on Linux the GPU's own memory. A failed reading is
+   * stored as 2^64 (18446744073709551616), not -1.
    */
   totalMemoryCapacityBytes: number;
   /**
    * Memory set aside for the GPU, in bytes: on Apple silicon Metal's
-   * recommended working set. A failed reading is stored as 2^64, not -1.
+   * recommended working set; on Linux its own memory again (an APU's is the
+   * firmware's carve-out). A failed reading is stored as 2^64, not -1.
    */
   dedicatedMemoryCapacityBytes: number;
+  /**
+   * `Integrated` on Apple silicon. On Linux `Discrete`; `Integrated` for an
+   * amdgpu GPU with 512 MiB of its own or less (an APU's carve-out); `Unknown`
+   * when that memory cannot be read.
+   */
   integrationType: GpuIntegrationTypeName;
   detectionPlatform: GpuDetectionPlatformName;
-  /** Version of the detection platform; the Metal survey leaves it empty. */
+  /**
+   * Version of the detection platform: empty for Metal; for `CUDA` the
+   * highest CUDA version the NVIDIA driver runs (`"12.4"`); for `ROCm` the
+   * amdgpu DKMS driver's version, empty with the kernel's own driver.
+   */
   detectionPlatformVersion: string;
   otherInfo: GpuOtherInfo;
 }
@@ -119,9 +159,13 @@ export interface CpuInfo {
 /** GPU half of the hardware survey. */
 export interface GpuSurveyResult {
   /**
-   * `Success` with one GPU on Apple silicon; `NoDevicesFound` elsewhere, with
-   * the message "Error trying to query Apple gpus: No Apple GPUs found or not
-   * an Apple ARM64 platform.".
+   * On macOS `Success` with one GPU on Apple silicon; `NoDevicesFound`
+   * elsewhere, with the message "Error trying to query Apple gpus: No Apple
+   * GPUs found or not an Apple ARM64 platform.". On Linux `Success` with every
+   * GPU NVML or amdgpu lists ("Found 2 GPUs: 1 through NVML, 1 through
+   * amdgpu."), or `NoDevicesFound` with what was tried ("No GPU found: NVML
+   * could not be loaded (…); no card in /sys/class/drm is driven by amdgpu
+   * (card0: nouveau).").
    */
   result: Result;
   /** The GPUs found, in survey order; empty unless `result.code` is `Success`. */
@@ -184,8 +228,11 @@ export declare class VemoraCore {
   /**
    * The machine's "VRAM" in bytes: on Apple silicon the share of unified memory
    * that Metal recommends the GPU use at most (the default device's
-   * `recommendedMaxWorkingSetSize`). -1 where there is no Metal device (always
-   * on Linux). Arguments are ignored.
+   * `recommendedMaxWorkingSetSize`). -1 where there is no Metal device. On
+   * Linux the memory of every GPU NVML or amdgpu lists, summed: what a model
+   * split across them could use; -1 when there is none, or when one GPU's
+   * figure cannot be read (`getAvailableVRAMByDevice()` tells which). The
+   * reason goes to stderr. Arguments are ignored.
    */
   static getMachinePhysicalVRAM(): number;
 
@@ -193,14 +240,17 @@ export declare class VemoraCore {
    * GPU-usable memory now, in bytes: the kernel's global wire limit
    * (`vm.global_user_wire_limit`) minus the memory wired now, at least 0,
    * capped by the working set of `getMachinePhysicalVRAM()`. -1 when any of the
-   * three readings fails (always on Linux). Arguments are ignored.
+   * three readings fails. On Linux the free memory of every GPU, summed, read
+   * at the moment of the call; -1 as for `getMachinePhysicalVRAM()`.
+   * Arguments are ignored.
    */
   static getAvailableVRAM(): number;
 
   /**
    * Live memory per GPU. With unified memory there is no such figure: `result`
    * is `{ code: 'Error', message: 'Not implemented' }` and `deviceResults` is
-   * empty. Never throws for that. Arguments are ignored.
+   * empty. On Linux each GPU's total and free memory, asked at the moment of
+   * the call. Never throws for a failed reading. Arguments are ignored.
    */
   static getAvailableVRAMByDevice(): GpuLiveMemoryReport;
 

@@ -7,6 +7,7 @@
 // or measures resident memory over many calls of one method; writes the
 // results as JSON on stdout.
 const { spawnSync } = require('node:child_process');
+const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
 
@@ -15,6 +16,23 @@ const config = JSON.parse(process.env.VEMORA_BENCH_CONFIG);
 const { VemoraCore } = require(root);
 
 const pid = process.pid;
+
+// The test-only add-on whose GPUs come from the test NVML (scripted by
+// bench/run.js through VEMORA_FAKE_NVML_SCRIPT) and an amdgpu fixture tree:
+// the GPU methods on machines this one is not. Its first call loads and
+// starts the test NVML, timed here before anything else calls it.
+const GPU_FAKE = path.join(config.buildDir, 'gpu-fake', 'libvemora_bindings.node');
+const GPU_FAKE_METHODS = ['getAvailableVRAMByDevice', 'surveyHardware'];
+const GpuFake = fs.existsSync(GPU_FAKE) ? require(GPU_FAKE).VemoraCore : undefined;
+function firstCall(obj, name) {
+  const start = process.hrtime.bigint();
+  obj[name]();
+  return Number(process.hrtime.bigint() - start);
+}
+const firstCalls = GpuFake && !config.memoryLabel ? [
+  ['getAvailableVRAMByDevice(), test NVML + tree', firstCall(GpuFake, 'getAvailableVRAMByDevice')],
+  ['getAvailableVRAMByDevice() here', firstCall(VemoraCore, 'getAvailableVRAMByDevice')],
+] : [];
 // Arguments for the methods that take some; any other method is called with
 // none. willFailToAllocate is timed both where the request fits (one reading)
 // and where it exceeds RAM (the free swap is read as well).
@@ -57,6 +75,9 @@ function ourSubjects() {
     for (const [label, args] of CALLS[name] || [[`${name}()`, []]]) {
       out.push({ label, method: name, kind: 'ours', ...caller(VemoraCore, name, args) });
     }
+  }
+  for (const name of GpuFake ? GPU_FAKE_METHODS : []) {
+    out.push({ label: `${name}(), test NVML + tree`, method: name, kind: 'ours', ...caller(GpuFake, name, []) });
   }
   return out;
 }
@@ -216,7 +237,7 @@ async function main() {
   const native = {};
   const sync = timeSync(syncSubjects(), native);
   const peers = await timeAsync();
-  process.stdout.write(JSON.stringify({ timings: [...sync, ...peers], native }));
+  process.stdout.write(JSON.stringify({ timings: [...sync, ...peers], native, firstCalls }));
 }
 
 main().catch((error) => {

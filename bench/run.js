@@ -50,6 +50,9 @@ const LINUX_FLOORS = {
   'getCpuUsage(pid, 1000)': ['throwError()', []],
   'surveyHardware()': ['object5()', ['survey_gpus', 'cpu_info']],
   'getDeviceType()': ['noop()', ['device_type']],
+  // The test-only add-on, with GPUs from the test NVML and an amdgpu tree.
+  'getAvailableVRAMByDevice(), test NVML + tree': ['object5()', ['gpu_memory_by_device/test_nvml+tree']],
+  'surveyHardware(), test NVML + tree': ['object5()', ['survey_gpus/test_nvml+tree', 'cpu_info']],
 };
 
 // The peers that give the same figures or facts, and the targets against them
@@ -69,6 +72,8 @@ const PEERS = {
   'getCpuUsage(pid, 1000)': [{ peers: ['pidusage(pid)'] }, { peers: ['os.cpus()'] }],
   'surveyHardware()': [{ peers: ['si.cpu()', 'si.graphics()'], max: 0.001 }, { peers: ['os.cpus()'] }],
   'getDeviceType()': [{ peers: ['si.system()', 'si.battery()'], max: 0.001 }],
+  'getAvailableVRAMByDevice(), test NVML + tree': [{ peers: ['si.graphics()'] }],
+  'surveyHardware(), test NVML + tree': [{ peers: ['si.cpu()', 'si.graphics()'] }],
 };
 const FLOOR_MAX = 1.5;
 const GROWTH_MAX = MiB;
@@ -103,10 +108,13 @@ function median(values) {
   return sorted[Math.floor(sorted.length / 2)];
 }
 
+// What the test NVML lists: two GPUs, as the JavaScript tests script it.
+const { NVML_TWO_GPUS } = require('../test/harness/addon');
+
 function measure(config) {
   const result = run(process.execPath, ['--expose-gc', path.join(__dirname, 'measure.js')], {
     stdio: ['ignore', 'pipe', config.stderr],
-    env: { ...process.env, VEMORA_BENCH_CONFIG: JSON.stringify(config) },
+    env: { ...process.env, VEMORA_BENCH_CONFIG: JSON.stringify(config), VEMORA_FAKE_NVML_SCRIPT: NVML_TWO_GPUS },
   });
   let report;
   try {
@@ -215,6 +223,8 @@ function report(config, js) {
   for (const t of js.timings.filter((x) => x.kind === 'crossing')) crossingRows.push([t.label, time(t.median), time(t.p99)]);
   const nativeRows = [['platform reading (C++)', 'median', 'samples']];
   for (const [name, values] of native) nativeRows.push([name, time(median(values)), String(values.length)]);
+  const firstRows = [['first GPU call in a fresh process', 'time']];
+  for (const [label, ns] of js.firstCalls) firstRows.push([label, time(ns)]);
 
   const out = [];
   out.push(`Machine: ${machine()}`);
@@ -223,6 +233,7 @@ function report(config, js) {
   out.push('', table(rows), '', 'Targets', ...targets, '', 'Resident memory', table(memoryRows));
   out.push('', 'Floors (crossing + platform readings)', ...floorNotes);
   out.push('', table(crossingRows), '', table(nativeRows), '');
+  if (js.firstCalls.length) out.push(table(firstRows), '');
   return out.join('\n');
 }
 

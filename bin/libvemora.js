@@ -11,7 +11,8 @@ const USAGE = `Usage: libvemora [--json]
 Prints what this machine can hold and what it is, as measured now by the
 libvemora add-on: physical, available and used RAM, GPU-usable memory, this
 process's memory, whether allocations of a few sizes would fail, and where
-available the CPU, the GPUs and the kind of machine.
+available the CPU, the GPUs (each with its total and free memory) and the kind
+of machine.
 
 Options:
   --json         print the report as JSON (byte counts in bytes, -1 = unavailable)
@@ -56,10 +57,9 @@ function collect(VemoraCore) {
     vramByDevice: VemoraCore.getAvailableVRAMByDevice(),
     processRAM: VemoraCore.getProcessUsedRAM(process.pid),
     allocationWouldFail,
+    hardware: VemoraCore.surveyHardware(),
+    deviceType: VemoraCore.getDeviceType(),
   };
-  // Builds without the survey methods still print the memory report.
-  if (typeof VemoraCore.surveyHardware === 'function') report.hardware = VemoraCore.surveyHardware();
-  if (typeof VemoraCore.getDeviceType === 'function') report.deviceType = VemoraCore.getDeviceType();
   return report;
 }
 
@@ -67,30 +67,34 @@ function failed(result) {
   return `${result.code}${result.message ? `: ${result.message}` : ''}`;
 }
 
+// Unified memory (a Metal GPU) has a working set and a headroom; GPUs with
+// memory of their own have their VRAM, summed over them.
 function memoryRows(report) {
+  const unified = report.hardware?.gpuSurveyResult.gpuInfo.some((gpu) => gpu.detectionPlatform === 'Metal') ?? true;
   const rows = [
     ['Physical RAM', formatSize(report.physicalRAM)],
     ['Available RAM', formatSize(report.availableRAM)],
     ['Used RAM', formatSize(report.usedRAM)],
-    ['GPU working set (VRAM)', formatSize(report.physicalVRAM)],
-    ['GPU-usable memory now', formatSize(report.availableVRAM)],
+    [unified ? 'GPU working set (VRAM)' : 'VRAM, all GPUs', formatSize(report.physicalVRAM)],
+    [unified ? 'GPU-usable memory now' : 'VRAM free now, all GPUs', formatSize(report.availableVRAM)],
   ];
   const { result, deviceResults } = report.vramByDevice;
-  if (result.code !== 'Success') rows.push(['VRAM per device', failed(result)]);
-  for (const device of deviceResults) {
-    const label = `VRAM of ${device.name ?? `device ${device.deviceId ?? '?'}`}`;
-    rows.push([
-      label,
-      device.result.code === 'Success'
-        ? `${formatSize(device.freeVramBytes ?? -1)} free of ${formatSize(device.totalVramBytes ?? -1)}`
-        : failed(device.result),
-    ]);
+  // The GPU section says why there is none, and shows each GPU's memory.
+  if (result.code !== 'Success' && result.code !== 'NoDevicesFound') rows.push(['VRAM per device', failed(result)]);
+  for (const device of report.hardware ? [] : deviceResults) {
+    rows.push([`VRAM of ${device.name ?? `device ${device.deviceId ?? '?'}`}`, liveMemory(device)]);
   }
   rows.push(['This process', formatSize(report.processRAM)]);
   for (const [size, fails] of Object.entries(report.allocationWouldFail)) {
     rows.push([`Allocating ${size}`, fails ? 'would fail' : 'fits']);
   }
   return rows;
+}
+
+function liveMemory(device) {
+  return device.result.code === 'Success'
+    ? `${formatSize(device.freeVramBytes ?? -1)} free of ${formatSize(device.totalVramBytes ?? -1)}`
+    : failed(device.result);
 }
 
 function cpuRows({ result, cpuInfo }) {
@@ -103,18 +107,26 @@ function cpuRows({ result, cpuInfo }) {
   ];
 }
 
-function gpuRows({ result, gpuInfo }) {
+function gpuRows({ result, gpuInfo }, { deviceResults }) {
   if (gpuInfo.length === 0) return [['GPU', result.message || failed(result)]];
   const rows = [];
   for (const gpu of gpuInfo) {
     rows.push(['GPU', gpu.name || 'unknown']);
     rows.push(['  Kind', `${gpu.integrationType}, found through ${gpu.detectionPlatform}`]);
-    rows.push(['  Memory it can reach', formatSize(gpu.totalMemoryCapacityBytes)]);
-    rows.push(['  Recommended working set', formatSize(gpu.dedicatedMemoryCapacityBytes)]);
+    if (gpu.detectionPlatform === 'Metal') {
+      rows.push(['  Memory it can reach', formatSize(gpu.totalMemoryCapacityBytes)]);
+      rows.push(['  Recommended working set', formatSize(gpu.dedicatedMemoryCapacityBytes)]);
+    } else {
+      const live = deviceResults.find((device) => device.deviceId === gpu.deviceId);
+      rows.push(['  Memory', live ? liveMemory(live) : formatSize(gpu.totalMemoryCapacityBytes)]);
+    }
+    // amdgpu's version is its driver's, shown once.
+    const version = gpu.detectionPlatformVersion;
+    if (version && version !== gpu.otherInfo.driverVersion) rows.push([`  ${gpu.detectionPlatform} version`, version]);
     const { metalGpuFamilyNumeric, osProductVersion, ...other } = gpu.otherInfo;
     if (metalGpuFamilyNumeric !== undefined) rows.push(['  Metal GPU family', `Apple ${metalGpuFamilyNumeric}`]);
     if (osProductVersion !== undefined) rows.push(['  macOS', osProductVersion]);
-    for (const [key, value] of Object.entries(other)) rows.push([`  ${key}`, value]);
+    for (const [key, value] of Object.entries(other).sort()) rows.push([`  ${key}`, value]);
   }
   return rows;
 }
@@ -122,7 +134,8 @@ function gpuRows({ result, gpuInfo }) {
 function render(report) {
   const sections = [['Memory', memoryRows(report)]];
   if (report.hardware) {
-    sections.push(['Processors', [...cpuRows(report.hardware.cpuSurveyResult), ...gpuRows(report.hardware.gpuSurveyResult)]]);
+    sections.push(['Processors', [...cpuRows(report.hardware.cpuSurveyResult),
+      ...gpuRows(report.hardware.gpuSurveyResult, report.vramByDevice)]]);
   }
   if (report.deviceType !== undefined) sections.push(['Machine', [['Kind', report.deviceType]]]);
   const width = Math.max(...sections.flatMap(([, rows]) => rows.map(([label]) => label.length)));

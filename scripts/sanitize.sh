@@ -17,8 +17,9 @@ out=build-asan
 
 addon=$PWD/$out/Debug/libvemora_bindings.node
 fake_addon=$PWD/$out/fake-platform/libvemora_bindings.node
+gpu_fake_addon=$PWD/$out/gpu-fake/libvemora_bindings.node
 # A build that lost its flags would pass everything below without checking.
-for module in "$addon" "$fake_addon"; do
+for module in "$addon" "$fake_addon" "$gpu_fake_addon"; do
   ldd "$module" | grep libasan >/dev/null || { echo "$module is not built with ASan" >&2; exit 1; }
 done
 
@@ -41,7 +42,7 @@ printf '\n== JavaScript tests (ASan, UBSan)\n'
 # early); they run in the plain suite.
 mapfile -t suites < <(ls test/js/*.test.js | grep -vE '/(package|cli|prebuilds)\.test\.js$')
 LD_PRELOAD=$(g++ -print-file-name=libasan.so) \
-  VEMORA_TEST_ADDON=$addon VEMORA_TEST_FAKE_ADDON=$fake_addon \
+  VEMORA_TEST_ADDON=$addon VEMORA_TEST_FAKE_ADDON=$fake_addon VEMORA_TEST_GPU_FAKE_ADDON=$gpu_fake_addon \
   node --test "${suites[@]}" || status=1
 
 found=0

@@ -1,6 +1,7 @@
 'use strict';
-// The command line: exit codes, --json against the add-on, the table of an
-// Apple-silicon Mac, and a package whose add-on cannot load.
+// The command line: exit codes, --json against the add-on, the tables of an
+// Apple-silicon Mac and of a Linux machine's GPUs, and a package whose add-on
+// cannot load.
 const test = require('node:test');
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
@@ -57,7 +58,6 @@ test('the table of an Apple-silicon Mac: binary units, failures unavailable, one
   Used RAM                   unavailable
   GPU working set (VRAM)     48.00 GiB
   GPU-usable memory now      unavailable
-  VRAM of device ?           1024.00 KiB free of 8.00 GiB
   This process               1023 B
   Allocating 8 GB            fits
   Allocating 128 GB          would fail
@@ -74,6 +74,29 @@ Processors
 
 Machine
   Kind                       MacStudio`);
+});
+
+test('the GPUs of a Linux machine: each with its memory, or why not, and its facts once', () => {
+  const ok = { code: 'Success', message: '' };
+  const gpu = (deviceId, name, detectionPlatform, detectionPlatformVersion, otherInfo) => ({ name, deviceId, totalMemoryCapacityBytes: 2 ** 34,
+    dedicatedMemoryCapacityBytes: 2 ** 34, integrationType: 'Discrete', detectionPlatform, detectionPlatformVersion, otherInfo });
+  const text = render({ physicalRAM: 0, availableRAM: 0, usedRAM: 0, physicalVRAM: 2 ** 35, availableVRAM: -1, processRAM: 0, allocationWouldFail: {},
+    vramByDevice: { result: ok, deviceResults: [{ result: ok, deviceId: 0, totalVramBytes: 2 ** 34, freeVramBytes: 2 ** 33 },
+      { result: { code: 'Error', message: 'nvmlDeviceGetMemoryInfo_v2: GPU is lost' }, deviceId: 1 }] },
+    hardware: { cpuSurveyResult: { result: { code: 'Error', message: 'x' } }, gpuSurveyResult: { result: ok, gpuInfo: [
+      gpu(0, 'H100', 'CUDA', '12.4', { uuid: 'GPU-1', driverVersion: '580.65.06' }), gpu(1, 'RX 6800 XT', 'ROCm', '6.10.5', { driverVersion: '6.10.5' })] } } });
+  assert.deepEqual(text.split('\n').filter((l) => /VRAM|^ {2}(GPU|  )/.test(l)).join('\n'), `  VRAM, all GPUs           32.00 GiB
+  VRAM free now, all GPUs  unavailable
+  GPU                      H100
+    Kind                   Discrete, found through CUDA
+    Memory                 8.00 GiB free of 16.00 GiB
+    CUDA version           12.4
+    driverVersion          580.65.06
+    uuid                   GPU-1
+  GPU                      RX 6800 XT
+    Kind                   Discrete, found through ROCm
+    Memory                 Error: nvmlDeviceGetMemoryInfo_v2: GPU is lost
+    driverVersion          6.10.5`);
 });
 
 test('a copy of the package without its add-on exits 1 and says why', (t) => {

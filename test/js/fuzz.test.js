@@ -6,20 +6,21 @@ const assert = require('node:assert/strict');
 const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
-const { addonPath, fakeAddonPath, runChild } = require('../harness/addon');
+const { addonPath, fakeAddonPath, gpuFakeAddonPath, NVML_TWO_GPUS, runChild } = require('../harness/addon');
 
 const rows = [
   ['random arguments and this values, on this machine', addonPath, []],
   ['random arguments and this values, on the fake Apple-silicon Mac', fakeAddonPath, []],
   ['random arguments in workers terminated mid-run', addonPath, ['--workers']],
+  ['random arguments in workers terminated mid-run, with GPUs on the test NVML', gpuFakeAddonPath, ['--workers']],
 ];
 
 for (const [name, addon, mode] of rows) {
-  test(name, (t) => {
+  test(name, { skip: addon === gpuFakeAddonPath && process.platform !== 'linux' }, (t) => {
     const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'vemora-fuzz-'));
     t.after(() => fs.rmSync(dir, { recursive: true, force: true }));
     const run = runChild(path.join(__dirname, '..', 'harness', 'fuzz-child.js'), [...mode, path.join(dir, 'trace')],
-      { env: { ...process.env, VEMORA_TEST_ADDON: addon } });
+      { env: { ...process.env, VEMORA_TEST_ADDON: addon, VEMORA_FAKE_NVML_SCRIPT: NVML_TWO_GPUS } });
     const last = fs.readdirSync(dir).map((f) => `${f}: ${fs.readFileSync(path.join(dir, f), 'utf8')}`).join('\n');
     const stderr = run.stderr.split('\n').filter((l) => !/^(Metal is not|sysctl vm|Failed to (get|retrieve))/.test(l));
     assert.deepEqual([run.signal, run.status], [null, 0], `last calls:\n${last}\n${stderr.slice(-40).join('\n')}`);

@@ -74,10 +74,48 @@ Reading<ProcessMemory> ProcessMemoryFromNumbers(const KeyedNumber (&found)[kStat
 
 // A sysfs attribute holds one line of at most a page.
 constexpr std::size_t kAttributeCapacity = 4096;
-// The first processor's block of /proc/cpuinfo, with its long flags line;
-// and the whole file of a board with many cores, whose name comes last.
-constexpr std::size_t kCpuinfoFirstRead = 8192;
+// The kernel writes /proc/cpuinfo one processor at a time, and each costs
+// microseconds (it asks that CPU for its clock). A first read shorter than
+// one processor's block makes it write only the first; the rest of that
+// block, up to the end of its flags line, then comes from what it holds in
+// small reads that never ask for the next one (fs/seq_file.c). A board with
+// many cores, whose name comes last, needs the whole file.
+constexpr std::size_t kCpuinfoFirstRead = 1024;
+constexpr std::size_t kCpuinfoNextRead = 128;
+constexpr std::size_t kCpuinfoBlockCapacity = 8192;
 constexpr std::size_t kCpuinfoCapacity = 256 * 1024;
+
+// Whole lines only, so that no flag is taken from a line cut short.
+std::string_view CompleteLines(std::string_view text) {
+  return text.substr(0, text.rfind('\n') + 1);
+}
+
+// The first processor's block of /proc/cpuinfo, read as far as the end of
+// its flags line (or of the block); 0, or the errno of the failed step.
+int ReadFirstCpuinfoBlock(const char* root, char (&text)[kCpuinfoBlockCapacity],
+                          std::size_t* length, linux_text::CpuinfoFacts* parsed) {
+  const int fd = OpenUnder(root, "/proc/cpuinfo");
+  if (fd < 0) return errno;
+  std::size_t total = 0;
+  std::size_t want = kCpuinfoFirstRead;
+  int error = 0;
+  while (total + want <= sizeof text) {
+    const ssize_t n = ::read(fd, text + total, want);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      error = errno;
+      break;
+    }
+    total += static_cast<std::size_t>(n);
+    const std::string_view lines = CompleteLines({text, total});
+    *parsed = linux_text::ParseCpuinfo(lines);
+    if (n == 0 || !parsed->name || parsed->has_flags || lines.find("\n\n") != lines.npos) break;
+    want = kCpuinfoNextRead;
+  }
+  ::close(fd);
+  *length = total;
+  return error;
+}
 
 Reading<std::string> ReadAttribute(const char* root, const char* path) {
   char text[kAttributeCapacity];
@@ -195,19 +233,18 @@ Reading<ProcessMemory> ProcessMemoryFromStatusText(std::string_view text) {
 }
 
 Reading<CpuinfoFacts> ReadCpuinfo(const char* root) {
-  // The first processor's block holds the name and flags on x86; ARM boards
-  // print theirs after every processor, so only then is the rest read.
-  char first[kCpuinfoFirstRead];
+  char first[kCpuinfoBlockCapacity];
   std::size_t length = 0;
-  int error = ReadSmallFile(root, "/proc/cpuinfo", first, sizeof first, &length);
-  if (error != 0 && error != EFBIG) return Failure<CpuinfoFacts>(error);
-  linux_text::CpuinfoFacts parsed = linux_text::ParseCpuinfo({first, length});
+  linux_text::CpuinfoFacts parsed;
+  if (const int error = ReadFirstCpuinfoBlock(root, first, &length, &parsed)) {
+    return Failure<CpuinfoFacts>(error);
+  }
   std::unique_ptr<char[]> whole;
-  if (!parsed.name && error == EFBIG) {
+  if (!parsed.name) {
     whole = std::make_unique<char[]>(kCpuinfoCapacity);
-    error = ReadSmallFile(root, "/proc/cpuinfo", whole.get(), kCpuinfoCapacity, &length);
+    const int error = ReadSmallFile(root, "/proc/cpuinfo", whole.get(), kCpuinfoCapacity, &length);
     if (error != 0 && error != EFBIG) return Failure<CpuinfoFacts>(error);
-    parsed = linux_text::ParseCpuinfo({whole.get(), length});
+    parsed = linux_text::ParseCpuinfo(CompleteLines({whole.get(), length}));
   }
   CpuinfoFacts facts;
   if (parsed.name) facts.name = std::string(*parsed.name);

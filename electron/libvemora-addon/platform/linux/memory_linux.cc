@@ -34,7 +34,11 @@ Reading<std::uint64_t> physical_memory_bytes() {
 
 Reading<std::uint64_t> available_memory_bytes() {
   const auto available = linux_files::ReadMemAvailable(kRoot);
-  if (!available.ok()) vemora_utils::write_errno("/proc/meminfo MemAvailable", available.error);
+  if (available.error == ENODATA) {
+    vemora_utils::write_raw("/proc/meminfo: no MemAvailable line (Linux 3.14 or later has one)\n");
+  } else if (!available.ok()) {
+    vemora_utils::write_errno("/proc/meminfo", available.error);
+  }
   return available;
 }
 

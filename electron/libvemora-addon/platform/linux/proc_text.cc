@@ -104,4 +104,73 @@ bool IsInternalBattery(std::string_view type, std::string_view scope) {
   return type == "Battery" && scope != "Device";
 }
 
+bool IsDrmCard(std::string_view entry) {
+  constexpr std::string_view kPrefix = "card";
+  if (entry.size() <= kPrefix.size() || entry.substr(0, kPrefix.size()) != kPrefix) return false;
+  entry.remove_prefix(kPrefix.size());
+  return entry.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+PciUevent ParsePciUevent(std::string_view text) {
+  PciUevent uevent;
+  while (!text.empty()) {
+    const std::size_t end = text.find('\n');
+    const std::string_view line = TrimBlanks(text.substr(0, end));
+    text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+    const std::size_t equals = line.find('=');
+    if (equals == std::string_view::npos) continue;
+    const std::string_view key = line.substr(0, equals);
+    const std::string_view value = line.substr(equals + 1);
+    if (key == "DRIVER") {
+      uevent.driver = value;
+    } else if (key == "PCI_ID") {
+      uevent.pci_id = value;
+    } else if (key == "PCI_SLOT_NAME") {
+      uevent.slot = value;
+    }
+  }
+  return uevent;
+}
+
+std::optional<std::uint64_t> ParseCount(std::string_view attribute) {
+  const std::string_view line = FirstLine(attribute);
+  std::uint64_t value = 0;
+  const char* end = line.data() + line.size();
+  const auto [digits_end, error] = std::from_chars(line.data(), end, value);
+  if (error != std::errc() || digits_end != end) return std::nullopt;
+  return value;
+}
+
+std::optional<std::uint32_t> ParseHexId(std::string_view text) {
+  text = TrimBlanks(text.substr(0, text.find('\n')));
+  if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X'))
+    text.remove_prefix(2);
+  std::uint32_t value = 0;
+  const char* end = text.data() + text.size();
+  const auto [digits_end, error] = std::from_chars(text.data(), end, value, 16);
+  if (error != std::errc() || digits_end != end) return std::nullopt;
+  return value;
+}
+
+std::optional<std::string_view> AmdgpuIdsName(std::string_view ids, std::uint32_t device,
+                                              std::uint32_t revision) {
+  while (!ids.empty()) {
+    const std::size_t end = ids.find('\n');
+    std::string_view line = ids.substr(0, end);
+    ids = end == std::string_view::npos ? std::string_view() : ids.substr(end + 1);
+    // Comments and the version line have no comma.
+    const std::size_t first = line.find(',');
+    if (line.empty() || line[0] == '#' || first == std::string_view::npos) continue;
+    const std::size_t second = line.find(',', first + 1);
+    if (second == std::string_view::npos) continue;
+    if (ParseHexId(line.substr(0, first)) != device ||
+        ParseHexId(line.substr(first + 1, second - first - 1)) != revision) {
+      continue;
+    }
+    const std::string_view name = TrimBlanks(line.substr(second + 1));
+    if (!name.empty()) return name;
+  }
+  return std::nullopt;
+}
+
 }  // namespace vemora::platform::linux_text

@@ -1,0 +1,61 @@
+// The GPU facts of machines whose GPUs have memory of their own, built from
+// what each GPU source read (NVML, amdgpu's sysfs files, DXGI): the survey,
+// the per-device report and the two sums, with their messages. No OS header:
+// every OS that reads GPUs this way shares it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/platform.h"
+#include "system/survey_types.h"
+
+namespace vemora::platform {
+
+// One GPU as a source read it.
+struct GpuReading {
+  std::string name;
+  // The interface that found it, as the messages name it ("NVML", "amdgpu").
+  std::string source;
+  system::GpuIntegrationType integration = system::GpuIntegrationType::Discrete;
+  system::GpuDetectionPlatform platform = system::GpuDetectionPlatform::Unknown;
+  std::string platform_version;
+  // Its own memory and the part free now; each absent when it could not be
+  // read, and then memory_error says why ("nvmlDeviceGetMemoryInfo: GPU is lost").
+  std::optional<std::uint64_t> total_bytes;
+  std::optional<std::uint64_t> free_bytes;
+  std::string memory_error;
+  std::unordered_map<std::string, std::string> other_info;
+};
+
+// What every source found, in list order, and what the sources said when they
+// found nothing or failed ("NVML could not start (nvmlInit_v2: Driver Not
+// Loaded)"); `failed` tells a failure from a source that is simply not there.
+struct GpuList {
+  struct Note {
+    std::string text;
+    bool failed = false;
+  };
+  std::vector<GpuReading> gpus;
+  std::vector<Note> notes;
+};
+
+// Success with every GPU (deviceId is its index in the list), or
+// NoDevicesFound naming what was tried. A figure that could not be read is
+// stored as all 64 bits set, as the other surveys store a failed figure.
+system::GpuSurveyResult SurveyOf(const GpuList& list);
+
+// One element per GPU, each with its own status and the fields that were
+// read; NoDevicesFound and no element when there is no GPU.
+system::GpuLiveMemoryReport LiveMemoryOf(const GpuList& list);
+
+// The GPUs' total or free memory summed. Fails, after one diagnostic line,
+// when there is no GPU or when one GPU's figure could not be read: a sum
+// without it would promise memory nobody can count on.
+Reading<std::uint64_t> TotalBytesOf(const GpuList& list);
+Reading<std::uint64_t> FreeBytesOf(const GpuList& list);
+
+}  // namespace vemora::platform

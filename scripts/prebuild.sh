@@ -1,45 +1,57 @@
 #!/usr/bin/env bash
-# Places the prebuilt add-ons that `npm pack` ships into prebuilds/, in the
-# layout node-gyp-build loads from (prebuilds/<platform>-<arch>/):
-#   linux-x64     built here (glibc)
-#   darwin-arm64  cross-built with scripts/build-darwin.sh, when the macOS
-#                 sysroot and toolchain are there; skipped otherwise
+# Builds the prebuilt add-ons, one npm package per target, in prebuilds/<target>/:
+# the binary libvemora_bindings.node with its package.json (os, cpu, libc),
+# README.md and LICENSE. The targets are libvemora's optional dependencies
+# @libvemora/<target>; scripts/prebuild/<target>.sh <file> builds each one's
+# binary into <file>, or exits 3 after saying what this machine lacks for it,
+# and the other targets still build. Prints what it built and skipped.
 #
-#   scripts/prebuild.sh [darwin sysroot]     (default: $VEMORA_DARWIN_SYSROOT or /tmp/darwin/root)
-#
-# npm runs it before `npm pack` and `npm publish` (the prepack script).
+#   scripts/prebuild.sh [target ...]      (default: every target)
+#   VEMORA_ALL_TARGETS=1                  a skipped target fails the run (for a release)
+#   VEMORA_DARWIN_SYSROOT=/tmp/darwin/root
 set -euo pipefail
 export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-2}
 cd "$(dirname "$0")/.."
 
-# The tags after the name tell node-gyp-build the binary is Node-API (any Node
-# or Electron version) and, on Linux, linked against glibc (not musl).
-linux_name=libvemora_bindings.napi.glibc.node
-darwin_name=libvemora_bindings.napi.node
-
-rm -rf prebuilds
-mkdir -p prebuilds
-
-if [ "$(uname -s)-$(uname -m)" = "Linux-x86_64" ]; then
-  ./node_modules/.bin/cmake-js compile -O build-linux -p 2 >&2
-  mkdir -p prebuilds/linux-x64
-  cp build-linux/Release/libvemora_bindings.node "prebuilds/linux-x64/$linux_name"
-  echo "prebuild: prebuilds/linux-x64/$linux_name" >&2
-else
-  echo "prebuild: not on Linux x86_64, no linux-x64 prebuild" >&2
+targets=("$@")
+if [ ${#targets[@]} -eq 0 ]; then
+  mapfile -t targets < <(node -p "Object.keys(require('./package.json').optionalDependencies)
+    .map((name) => name.replace('@libvemora/', '')).join('\n')")
 fi
 
-sysroot=${1:-${VEMORA_DARWIN_SYSROOT:-/tmp/darwin/root}}
-toolchain=${VEMORA_DARWIN_TOOLCHAIN:-$(cd ../shared/tools 2>/dev/null && pwd || true)/darwin-arm64.cmake}
-missing=()
-[ -d "$sysroot" ] || missing+=("macOS sysroot $sysroot")
-[ -f "$toolchain" ] || missing+=("toolchain file darwin-arm64.cmake (set VEMORA_DARWIN_TOOLCHAIN)")
-command -v clang-19 >/dev/null || missing+=("clang-19")
-if [ ${#missing[@]} -eq 0 ]; then
-  VEMORA_DARWIN_TOOLCHAIN="$toolchain" scripts/build-darwin.sh "$sysroot" build-darwin >&2
-  mkdir -p prebuilds/darwin-arm64
-  cp build-darwin/Release/libvemora_bindings.node "prebuilds/darwin-arm64/$darwin_name"
-  echo "prebuild: prebuilds/darwin-arm64/$darwin_name" >&2
-else
-  echo "prebuild: no darwin-arm64 prebuild, missing: $(IFS=,; echo "${missing[*]}")" >&2
+summary=()
+skipped=0
+for target in "${targets[@]}"; do
+  dir=prebuilds/$target
+  rm -rf "$dir"
+  script=scripts/prebuild/$target.sh
+  start=$SECONDS
+  status=0
+  if [ -f "$script" ]; then
+    mkdir -p "$dir"
+    printf '\n== prebuild %s\n' "$target" >&2
+    bash "$script" "$PWD/$dir/libvemora_bindings.node" >&2 || status=$?
+  else
+    echo "no $script" >&2
+    status=3
+  fi
+  if [ "$status" -eq 0 ]; then
+    node scripts/platform-package.js "$target" "$dir"
+    summary+=("$(printf '%-13s built   %4ss  %s bytes' "$target" $((SECONDS - start)) \
+      "$(stat -c %s "$dir/libvemora_bindings.node")")")
+  elif [ "$status" -eq 3 ]; then
+    rm -rf "$dir"
+    skipped=$((skipped + 1))
+    summary+=("$(printf '%-13s skipped (see above)' "$target")")
+  else
+    echo "prebuild: $target failed" >&2
+    exit "$status"
+  fi
+done
+
+printf '\n== prebuilt add-ons\n' >&2
+printf '%s\n' "${summary[@]}" >&2
+if [ "$skipped" -gt 0 ] && [ -n "${VEMORA_ALL_TARGETS:-}" ]; then
+  echo "prebuild: $skipped target(s) skipped, and VEMORA_ALL_TARGETS asks for all" >&2
+  exit 1
 fi

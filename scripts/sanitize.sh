@@ -37,9 +37,10 @@ printf '\n== JavaScript tests (ASan, UBSan)\n'
 # node itself is not instrumented, so the ASan runtime must be loaded first;
 # the preload carries into the child processes the tests start.
 # The package and CLI tests load the package's own build and run npm, the
-# compiler and tsd, none of which are ours to check (and V8's shutdown leaks
-# under LeakSanitizer when npm exits early); they run in the plain suite.
-mapfile -t suites < <(ls test/js/*.test.js | grep -vE '/(package|cli)\.test\.js$')
+# compiler and tsd, and the prebuilt-binary test runs readelf, none of which
+# are ours to check (and V8's shutdown leaks under LeakSanitizer when npm exits
+# early); they run in the plain suite.
+mapfile -t suites < <(ls test/js/*.test.js | grep -vE '/(package|cli|prebuilds)\.test\.js$')
 LD_PRELOAD=$(g++ -print-file-name=libasan.so) \
   VEMORA_TEST_ADDON=$addon VEMORA_TEST_FAKE_ADDON=$fake_addon VEMORA_TEST_GPU_FAKE_ADDON=$gpu_fake_addon \
   node --test "${suites[@]}" || status=1

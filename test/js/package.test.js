@@ -1,7 +1,9 @@
 'use strict';
-// The package as users get it: packed with its prebuilt add-ons, installed
-// from the npm cache into a new project, every method called through require
-// and import; then, without the prebuilds, built from source by npm rebuild.
+// The packages as users get them: libvemora and one package per prebuilt
+// target, packed by scripts/pack.sh (or taken from VEMORA_PACKAGES); installed
+// into a new project with no compiler on the PATH, every method called through
+// require and import from the prebuilt binary; then, without it, built from
+// source as the loader's message says.
 const test = require('node:test');
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
@@ -10,62 +12,109 @@ const path = require('node:path');
 const { spawnSync } = require('node:child_process');
 const { root } = require('../harness/addon');
 
-// npm test's npm_config_* and npm_lifecycle_* must not reach the npm run here.
+// npm test's npm_config_* and npm_lifecycle_* must not reach the npm runs here.
 const env = { ...Object.fromEntries(Object.entries(process.env).filter(([k]) => !/^npm_/i.test(k))), CMAKE_BUILD_PARALLEL_LEVEL: '2' };
-const sh = (command, args, cwd) => {
-  const child = spawnSync(command, args, { cwd, env, encoding: 'utf8', timeout: 180000 });
+const run = (command, args, cwd, options = {}) =>
+  spawnSync(command, args, { cwd, env, encoding: 'utf8', timeout: 300000, ...options });
+const sh = (command, args, cwd, options) => {
+  const child = run(command, args, cwd, options);
   assert.equal(child.status, 0, `${command} ${args.join(' ')}\n${child.stdout}\n${child.stderr}`);
   return child.stdout;
 };
 
-const SHIPPED = [/^(package\.json|README\.md|LICENSE|CMakeLists\.txt|index\.(js|mjs|d\.ts|d\.mts)|bin\/libvemora\.js)$/,
-  /^electron\/libvemora-addon\/(?!platform\/fake\/).+\.(cc|h|mm)$/,
-  /^prebuilds\/(linux-x64\/libvemora_bindings\.napi\.glibc|darwin-arm64\/libvemora_bindings\.napi)\.node$/];
-const NEEDED = ['LICENSE', 'README.md', 'CMakeLists.txt', 'index.d.mts', 'electron/libvemora-addon/libvemora_bindings.cc',
-  'prebuilds/linux-x64/libvemora_bindings.napi.glibc.node'];
+const { version, optionalDependencies } = require('../../package.json');
+const target = `${process.platform}-${process.arch}`;
+const MAIN = [/^(package\.json|README\.md|LICENSE|CMakeLists\.txt|index\.(js|mjs|d\.ts|d\.mts)|bin\/libvemora\.js)$/,
+  /^electron\/libvemora-addon\/(?!platform\/fake\/).+\.(cc|h|mm)$/];
+const NEEDED = ['LICENSE', 'README.md', 'CMakeLists.txt', 'index.d.mts', 'electron/libvemora-addon/libvemora_bindings.cc'];
+const PLATFORM = ['LICENSE', 'README.md', 'libvemora_bindings.node', 'package.json'];
+const LIFECYCLE = ['preinstall', 'install', 'postinstall', 'prepare', 'preprepare', 'postprepare'];
 const methods = JSON.stringify(path.join(root, 'test', 'harness', 'methods.js'));
 // Each prints the methods it called, and the add-on it loaded or whether import and require share the class.
 const CONSUMERS = {
   'cjs.js': `const { VemoraCore } = require('libvemora');
-const binding = require('node-gyp-build').path(require('node:path').dirname(require.resolve('libvemora')));
-console.log(JSON.stringify([require(${methods}).callEverything(VemoraCore), binding]));`,
+console.log(JSON.stringify([require(${methods}).callEverything(VemoraCore), Object.keys(require.cache).find((f) => f.endsWith('.node'))]));`,
   'esm.mjs': `import { createRequire } from 'node:module'; import { VemoraCore } from 'libvemora'; import { callEverything } from ${methods};
 console.log(JSON.stringify([callEverything(VemoraCore), VemoraCore === createRequire(import.meta.url)('libvemora').VemoraCore]));`,
 };
 
-test('packed, installed offline, loaded from the prebuild, rebuilt from source', {
-  skip: !(process.platform === 'linux' && process.arch === 'x64') && 'prebuilds are made on linux-x64',
+function packages(work) {
+  const dir = process.env.VEMORA_PACKAGES || path.join(work, 'packages');
+  if (!process.env.VEMORA_PACKAGES) sh('bash', [path.join(root, 'scripts', 'pack.sh'), dir], root);
+  const tarball = (name) => path.join(dir, `${name}-${version}.tgz`);
+  const read = (file) => {
+    const entries = sh('tar', ['-tzf', file], dir).trim().split('\n').map((e) => e.replace(/^package\//, ''));
+    return [entries, JSON.parse(sh('tar', ['-xzOf', file, 'package/package.json'], dir))];
+  };
+  return { tarball, read };
+}
+
+function project(work, name, files = {}) {
+  const dir = path.join(work, name);
+  fs.mkdirSync(dir);
+  fs.writeFileSync(path.join(dir, 'package.json'), `{ "name": "${name}", "version": "1.0.0", "private": true }\n`);
+  for (const [file, text] of Object.entries(files)) fs.writeFileSync(path.join(dir, file), text);
+  return dir;
+}
+
+test('packed, installed with no compiler on the PATH, loaded from the prebuilt package, built from source without it', {
+  skip: process.platform !== 'linux' && 'packed and installed on Linux',
 }, (t) => {
   const work = fs.mkdtempSync(path.join(os.tmpdir(), 'vemora-package-'));
   t.after(() => fs.rmSync(work, { recursive: true, force: true }));
-  sh('npm', ['pack', '--pack-destination', work], root);
-  const tarball = path.join(work, fs.readdirSync(work).find((f) => f.endsWith('.tgz')));
-  const entries = sh('tar', ['-tzf', tarball], root).trim().split('\n').map((e) => e.replace(/^package\//, ''));
-  assert.deepEqual([entries.filter((e) => !SHIPPED.some((re) => re.test(e))), NEEDED.filter((e) => !entries.includes(e))], [[], []],
-    'shipped what it should not, or lacks what it needs');
+  const { tarball, read } = packages(work);
 
-  const project = path.join(work, 'project');
-  const installed = path.join(project, 'node_modules', 'libvemora');
-  const node = (script) => JSON.parse(sh(process.execPath, [script], project));
-  fs.mkdirSync(project);
-  fs.writeFileSync(path.join(project, 'package.json'), '{ "name": "consumer", "version": "1.0.0", "private": true }\n');
-  for (const [file, text] of Object.entries(CONSUMERS)) fs.writeFileSync(path.join(project, file), text);
-  sh('npm', ['install', '--prefer-offline', '--no-audit', '--no-fund', tarball], project);
-  const [called, prebuild] = node('cjs.js');
-  assert.equal(prebuild, path.join(installed, 'prebuilds', 'linux-x64', 'libvemora_bindings.napi.glibc.node'));
-  assert.equal(fs.existsSync(path.join(installed, 'build')), false, 'built although the prebuild loads');
-  assert.deepEqual(node('esm.mjs'), [called, true]);
-  assert.equal(JSON.parse(sh(path.join(project, 'node_modules', '.bin', 'libvemora'), ['--json'], project)).physicalRAM,
+  const [entries, manifest] = read(tarball('libvemora'));
+  assert.deepEqual([entries.filter((e) => !MAIN.some((re) => re.test(e))), NEEDED.filter((e) => !entries.includes(e))], [[], []],
+    'libvemora ships what it should not, or lacks what it needs');
+  assert.deepEqual([LIFECYCLE.filter((s) => s in manifest.scripts), manifest.dependencies ?? {}], [[], {}],
+    'an install script or a runtime dependency');
+  assert.deepEqual(Object.values(manifest.optionalDependencies), Object.keys(manifest.optionalDependencies).map(() => version));
+  for (const name of Object.keys(optionalDependencies)) {
+    const file = tarball(name.replace('@', '').replace('/', '-'));
+    if (!fs.existsSync(file)) {
+      t.diagnostic(`${name}: not built here`);
+      continue;
+    }
+    const [files, platform] = read(file);
+    const [system, cpu] = name.split('/')[1].split('-');
+    assert.deepEqual([files.sort(), platform.name, platform.version, platform.os, platform.cpu, platform.libc, platform.main],
+      [PLATFORM, name, version, [system], [cpu], system === 'linux' ? ['glibc'] : undefined, 'libvemora_bindings.node'], name);
+  }
+  if (!fs.existsSync(tarball(`libvemora-${target}`))) return t.skip(`no prebuilt package for ${target}`);
+
+  // A PATH with node and npm and nothing else: no compiler, no cmake, no make.
+  const bin = path.join(work, 'bin');
+  fs.mkdirSync(bin);
+  for (const tool of ['node', 'npm']) fs.symlinkSync(sh('bash', ['-c', `command -v ${tool}`], work).trim(), path.join(bin, tool));
+  const bare = { env: { ...env, PATH: bin } };
+  assert.equal(run('/bin/sh', ['-c', 'command -v cc gcc g++ c++ clang cmake make'], work, bare).stdout, '');
+
+  const consumer = project(work, 'consumer', CONSUMERS);
+  const installed = path.join(consumer, 'node_modules', 'libvemora');
+  const install = run('npm', ['install', '--prefer-offline', '--no-audit', '--no-fund', '--foreground-scripts',
+    tarball('libvemora'), tarball(`libvemora-${target}`)], consumer, bare);
+  assert.equal(install.status, 0, install.stderr);
+  assert.doesNotMatch(install.stdout + install.stderr, /script/i, 'npm ran or held back an install script');
+  const node = (dir, script, options) => JSON.parse(sh(process.execPath, [script], dir, options));
+  const [called, binary] = node(consumer, 'cjs.js', bare);
+  assert.equal(binary, path.join(consumer, 'node_modules', '@libvemora', target, 'libvemora_bindings.node'));
+  assert.equal(fs.existsSync(path.join(installed, 'build')), false, 'built although the prebuilt binary loads');
+  assert.deepEqual(node(consumer, 'esm.mjs', bare), [called, true]);
+  assert.equal(JSON.parse(sh(path.join(consumer, 'node_modules', '.bin', 'libvemora'), ['--json'], consumer, bare)).physicalRAM,
     require(root).VemoraCore.getMachinePhysicalRAM());
+  const footprint = sh('du', ['-sb', 'node_modules'], consumer).split('\t')[0];
+  const names = sh('npm', ['ls', '--all', '--parseable'], consumer, bare).trim().split('\n').slice(1);
+  assert.deepEqual(names.map((p) => path.relative(path.join(consumer, 'node_modules'), p)).sort(), [`@libvemora/${target}`, 'libvemora']);
+  t.diagnostic(`installed: ${names.length} packages, ${footprint} bytes`);
 
-  const darwin = path.join(installed, 'prebuilds', 'darwin-arm64', 'libvemora_bindings.napi.node');
-  if (fs.existsSync(darwin)) {
-    // Mach-O 64-bit (0xfeedfacf), CPU type arm64 (0x0100000c), a bundle (filetype 8).
-    const header = fs.readFileSync(darwin);
-    assert.deepEqual([0, 4, 12].map((at) => header.readUInt32LE(at)), [0xfeedfacf, 0x0100000c, 8]);
-  } else t.diagnostic('no darwin-arm64 prebuild in this package (no macOS cross-build here)');
-
-  fs.rmSync(path.join(installed, 'prebuilds'), { recursive: true });
-  sh('npm', ['rebuild', 'libvemora', '--prefer-offline', '--foreground-scripts'], project);
-  assert.deepEqual(node('cjs.js'), [called, path.join(installed, 'build', 'Release', 'libvemora_bindings.node')]);
+  // Where npm installs no prebuilt package, the loader says how to build; those commands work.
+  const source = project(work, 'source', CONSUMERS);
+  sh('npm', ['install', '--prefer-offline', '--no-audit', '--no-fund', '--omit=optional', tarball('libvemora')], source);
+  const refused = run(process.execPath, ['cjs.js'], source);
+  const commands = refused.stderr.match(/^ {2}(npm|npx) .*$/gm) ?? [];
+  assert.deepEqual([refused.status, commands.length], [1, 2], refused.stderr);
+  assert.match(refused.stderr, new RegExp(`no prebuilt add-on for ${target}: @libvemora/${target} is not installed`));
+  for (const command of commands.map((c) => c.trim())) sh('sh', ['-c', command.startsWith('npm ') ? `${command} --prefer-offline` : command], source);
+  assert.deepEqual(node(source, 'cjs.js'), [called, path.join(source, 'node_modules', 'libvemora', 'build', 'Release', 'libvemora_bindings.node')]);
 });

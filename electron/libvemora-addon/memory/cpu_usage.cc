@@ -1,8 +1,10 @@
 #include "memory/cpu_usage.h"
 
 #include <algorithm>
-#include <iostream>
 #include <limits>
+#include <string>
+
+#include "platform/diagnostics.h"
 
 namespace vemora_utils {
 namespace {
@@ -17,7 +19,8 @@ float Percent(std::uint64_t cpu_ns, std::uint64_t elapsed_ns) {
 }
 
 void SayFailed(int pid, const char* reason) {
-  std::cerr << "Failed to get CPU usage for PID '" << pid << "' since " << reason << std::endl;
+  write_raw(("Failed to get CPU usage for PID '" + std::to_string(pid) + "' since " + reason + "\n")
+                .c_str());
 }
 
 }  // namespace

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <iostream>
+#include <string>
 
 #include "memory/allocation_check.h"
+#include "platform/diagnostics.h"
 #include "platform/platform.h"
 
 namespace vemora_utils {
@@ -48,8 +49,9 @@ vemora::system::GpuLiveMemoryReport MemoryObserver::getAvailableVRAMByDevice() {
 
 long long MemoryObserver::getProcessUsedRAM(int pid) {
   if (pid <= 0) {
-    std::cerr << "Failed to get used RAM for PID '" << pid << "' since PID must be positive!"
-              << std::endl;
+    write_raw(("Failed to get used RAM for PID '" + std::to_string(pid) +
+               "' since PID must be positive!\n")
+                  .c_str());
     return -1;
   }
   const auto usage = platform::process_memory(pid);

@@ -1,10 +1,11 @@
 #include "memory/process_usage.h"
 
 #include <chrono>
-#include <iostream>
+#include <string>
 #include <thread>
 
 #include "memory/cpu_usage.h"
+#include "platform/diagnostics.h"
 #include "platform/platform.h"
 
 namespace vemora_utils {
@@ -29,8 +30,9 @@ void Sleep(int milliseconds) {
 
 float GetCpuUsage(int pid, int window_ms) {
   if (pid <= 0) {
-    std::cerr << "Failed to get CPU usage for PID '" << pid << "' since PID must be positive!"
-              << std::endl;
+    write_raw(("Failed to get CPU usage for PID '" + std::to_string(pid) +
+               "' since PID must be positive!\n")
+                  .c_str());
     return -1.0f;
   }
   return MeasureCpuUsage(pid, window_ms, SharedCpuHistory(), vemora::platform::process_cpu_times,

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -84,6 +85,11 @@ std::optional<std::string> ProductName(const char* root, const std::string& devi
   return name ? std::optional<std::string>(*name) : std::nullopt;
 }
 
+std::string ModuleVersion(const char* root) {
+  std::string text;
+  return ReadText(root, kModuleVersion, &text) == 0 ? std::string(linux_text::FirstLine(text)) : "";
+}
+
 }  // namespace
 
 void ReadAmdgpu(const char* root, GpuList* list, bool describe) {
@@ -95,12 +101,7 @@ void ReadAmdgpu(const char* root, GpuList* list, bool describe) {
     list->notes.push_back({none + " (" + kDrm + ": " + std::strerror(error) + ")", false});
     return;
   }
-  std::string version;
-  if (describe && ReadText(root, kModuleVersion, &version) == 0) {
-    version = std::string(linux_text::FirstLine(version));
-  } else {
-    version.clear();
-  }
+  std::optional<std::string> version;  // the driver's, read at the first amdgpu card
   std::vector<std::pair<std::string, GpuReading>> cards;  // by PCI slot
   std::vector<std::string> others;                        // "card0: nouveau"
   std::string ids;
@@ -122,10 +123,11 @@ void ReadAmdgpu(const char* root, GpuList* list, bool describe) {
     gpu.name = "AMD GPU " + std::string(uevent.pci_id);
     if (describe) {
       if (auto name = ProductName(root, device, uevent.pci_id, &ids)) gpu.name = std::move(*name);
-      gpu.platform_version = version;
+      if (!version) version = ModuleVersion(root);
+      gpu.platform_version = *version;
       gpu.other_info["pciBusId"] = std::string(uevent.slot);
       gpu.other_info["pciDeviceId"] = std::string(uevent.pci_id);
-      if (!version.empty()) gpu.other_info["driverVersion"] = version;
+      if (!version->empty()) gpu.other_info["driverVersion"] = *version;
     }
     const auto total = ReadBytes(root, device + "mem_info_vram_total", &gpu.memory_error);
     const auto used = ReadBytes(root, device + "mem_info_vram_used", &gpu.memory_error);

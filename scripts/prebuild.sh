@@ -4,6 +4,8 @@
 #   linux-x64     built here (glibc)
 #   darwin-arm64  cross-built with scripts/build-darwin.sh, when the macOS
 #                 sysroot and toolchain are there; skipped otherwise
+#   win32-x64     cross-built with MinGW-w64 by scripts/prebuild-windows.sh,
+#                 when it is installed; skipped otherwise
 #
 #   scripts/prebuild.sh [darwin sysroot]     (default: $VEMORA_DARWIN_SYSROOT or /tmp/darwin/root)
 #
@@ -42,4 +44,10 @@ if [ ${#missing[@]} -eq 0 ]; then
   echo "prebuild: prebuilds/darwin-arm64/$darwin_name" >&2
 else
   echo "prebuild: no darwin-arm64 prebuild, missing: $(IFS=,; echo "${missing[*]}")" >&2
+fi
+
+if command -v x86_64-w64-mingw32-g++-posix >/dev/null; then
+  scripts/prebuild-windows.sh
+else
+  echo "prebuild: no win32-x64 prebuild, missing: x86_64-w64-mingw32-g++-posix" >&2
 fi

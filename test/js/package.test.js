@@ -20,7 +20,7 @@ const sh = (command, args, cwd) => {
 
 const SHIPPED = [/^(package\.json|README\.md|LICENSE|CMakeLists\.txt|index\.(js|mjs|d\.ts|d\.mts)|bin\/libvemora\.js)$/,
   /^electron\/libvemora-addon\/(?!platform\/fake\/).+\.(cc|h|mm)$/,
-  /^prebuilds\/(linux-x64\/libvemora_bindings\.napi\.glibc|darwin-arm64\/libvemora_bindings\.napi)\.node$/];
+  /^prebuilds\/(linux-x64\/libvemora_bindings\.napi\.glibc|(darwin-arm64|win32-x64)\/libvemora_bindings\.napi)\.node$/];
 const NEEDED = ['LICENSE', 'README.md', 'CMakeLists.txt', 'index.d.mts', 'electron/libvemora-addon/libvemora_bindings.cc',
   'prebuilds/linux-x64/libvemora_bindings.napi.glibc.node'];
 const methods = JSON.stringify(path.join(root, 'test', 'harness', 'methods.js'));
@@ -64,6 +64,14 @@ test('packed, installed offline, loaded from the prebuild, rebuilt from source',
     const header = fs.readFileSync(darwin);
     assert.deepEqual([0, 4, 12].map((at) => header.readUInt32LE(at)), [0xfeedfacf, 0x0100000c, 8]);
   } else t.diagnostic('no darwin-arm64 prebuild in this package (no macOS cross-build here)');
+  const win32 = path.join(installed, 'prebuilds', 'win32-x64', 'libvemora_bindings.napi.node');
+  if (fs.existsSync(win32)) {
+    // "MZ", then at e_lfanew "PE\0\0", machine AMD64 (0x8664), and the DLL flag (0x2000).
+    const image = fs.readFileSync(win32);
+    const pe = image.readUInt32LE(0x3c);
+    assert.deepEqual([image.readUInt16LE(0), image.readUInt32LE(pe), image.readUInt16LE(pe + 4), image.readUInt16LE(pe + 22) & 0x2000],
+      [0x5a4d, 0x4550, 0x8664, 0x2000]);
+  } else t.diagnostic('no win32-x64 prebuild in this package (no MinGW-w64 here)');
 
   fs.rmSync(path.join(installed, 'prebuilds'), { recursive: true });
   sh('npm', ['rebuild', 'libvemora', '--prefer-offline', '--foreground-scripts'], project);

@@ -5,7 +5,8 @@
 # (installing the cross tools when missing); runs the JavaScript tests (the
 # prebuilt binaries' formats and glibc floor among them), installs the packed
 # packages with no compiler on the PATH and builds from source without them,
-# runs the quick suites on linux-arm64 under qemu-user and the suite on the
+# tests the win32-x64 add-on under Wine, runs the quick suites on linux-arm64
+# under qemu-user and the suite on the
 # oldest and newest Node major; then the type test, a short run of the
 # benchmark and the format check; then the same suites under ASan and UBSan,
 # the parsers' fuzzers for a bounded time, and the leak loop under valgrind.
@@ -50,6 +51,7 @@ step "package: installed with no compiler, built from source" \
   env VEMORA_PACKAGES="$PWD/build-packages" node --test test/js/package.test.js
 step "linux-arm64 under qemu-user (quick suites)" scripts/test-arm64.sh
 step "oldest and newest Node major" scripts/test-node-versions.sh
+step "Windows x64 under Wine" scripts/windows.sh
 step "types" ./node_modules/.bin/tsd --files 'test/types/*.test-d.ts' --files 'test/types/*.test-d.mts'
 step "benchmark, short run" bench_smoke
 step "format" bash -c "git ls-files -z -- '*.cc' '*.h' '*.mm' | xargs -0 clang-format --dry-run --Werror"

@@ -2,9 +2,10 @@
 # Runs every test: builds the add-on, the native tests, the test-only add-on
 # on the fake platform and the benchmarks, then the native tests (with the
 # fixture trees), the JavaScript tests (the packed package among them), the
-# type test, a short run of the benchmark and the format check; then the same
-# suites under ASan and UBSan, the parsers' fuzzers for a bounded time, and
-# the leak loop under valgrind. Prints how long each step took.
+# Windows add-on cross-built and tested under Wine, the type test, a short run
+# of the benchmark and the format check; then the same suites under ASan and
+# UBSan, the parsers' fuzzers for a bounded time, and the leak loop under
+# valgrind. Prints how long each step took.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -33,6 +34,7 @@ bench_smoke() {
 step "build (add-on, native tests, fake-platform add-on, benchmarks)" build
 step "native tests" ctest --test-dir build --output-on-failure --timeout 120 --no-tests=error
 step "JavaScript tests" node --test test/js/*.test.js
+step "Windows x64 under Wine" scripts/windows.sh
 step "types" ./node_modules/.bin/tsd --files 'test/types/*.test-d.ts' --files 'test/types/*.test-d.mts'
 step "benchmark, short run" bench_smoke
 step "format" bash -c "git ls-files -z -- '*.cc' '*.h' '*.mm' | xargs -0 clang-format --dry-run --Werror"

@@ -37,9 +37,12 @@ test('argument table', () => {
   }
 });
 
-test('the per-device report: fixed content, keys in order, a fresh object per call', () => {
+test('the per-device report: keys in order, a fresh object per call; fixed content where no GPU is read', () => {
   const report = VemoraCore.getAvailableVRAMByDevice(1, 'x');
-  assert.deepEqual(report, { result: { code: 'Error', message: 'Not implemented' }, deviceResults: [] });
+  // Windows lists DXGI's adapters (windows.test.js).
+  if (process.platform !== 'win32') {
+    assert.deepEqual(report, { result: { code: 'Error', message: 'Not implemented' }, deviceResults: [] });
+  }
   assert.deepEqual([Object.keys(report), Object.keys(report.result)], [['result', 'deviceResults'], ['code', 'message']]);
   assert.notEqual(VemoraCore.getAvailableVRAMByDevice(), report);
 });

@@ -20,10 +20,17 @@ function assertKeys(survey) {
       'dedicatedMemoryCapacityBytes,integrationType,detectionPlatform,detectionPlatformVersion,otherInfo')]);
 }
 
-test('surveyHardware here: keys in order, fresh objects; on Linux no GPU and the CPU of /proc/cpuinfo', () => {
+test('surveyHardware here: keys in order, fresh objects; the CPU as /proc/cpuinfo or os.cpus() names it', () => {
   const survey = VemoraCore.surveyHardware(123);
   assertKeys(survey);
   assert.notEqual(VemoraCore.surveyHardware(), survey);
+  if (process.platform === 'win32') {
+    // Windows records the name it reads from cpuid in the registry, where os.cpus() reads it.
+    const { name, architecture, supportedInstructionSetExtensions: extensions } = survey.cpuSurveyResult.cpuInfo;
+    assert.deepEqual([name, architecture], [os.cpus()[0].model.trim(), { x64: 'x86_64', arm64: 'ARM64' }[os.arch()]]);
+    assert.ok(['', 'AVX2', 'AdvSIMD'].includes(extensions.join()), extensions.join());
+    assert.ok(survey.gpuSurveyResult.gpuInfo.every((gpu, i) => gpu.deviceId === i && gpu.detectionPlatform === 'DirectML'));
+  }
   if (!linux) return;
   const cpuinfo = read('/proc/cpuinfo');
   const avx2 = /^flags\s*:.*\bavx2\b/m.test(cpuinfo);

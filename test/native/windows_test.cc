@@ -1,7 +1,7 @@
 // The Windows logic on any OS: the SMBIOS parse (a table recorded under Wine
 // and hand-made ones after DMTF DSP0134), the page file, the battery flag,
 // UTF-16 names, and the DXGI adapters on a fake of DXGI that checks every
-// object is released, turned into the survey, the report and the sums.
+// object is released, joined with NVML's GPUs, into the survey and the sums.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -11,9 +11,12 @@
 #include <optional>
 #include <string>
 #include <tuple>
+#include <variant>
 #include <vector>
 
 #include "dxgi/fake_dxgi.h"
+#include "platform/gpu_list.h"
+#include "platform/library.h"
 #include "platform/windows/gpu_readings.h"
 #include "platform/windows/windows_text.h"
 
@@ -23,6 +26,8 @@ namespace text = vemora::platform::windows_text;
 namespace gpu = vemora::platform::windows_gpu;
 namespace fake = vemora::platform::fake_dxgi;
 using vemora::platform::Failure;
+using vemora::platform::GpuList;
+using vemora::platform::GpuReading;
 using vemora::platform::Reading;
 using vemora::platform::SwapUsage;
 using vemora::platform::Value;
@@ -139,6 +144,7 @@ Reading<AdapterDesc> Adapter(const char16_t* name, std::uint32_t vendor, std::ui
                                    std::char_traits<char16_t>::length(name));
   desc.vendor_id = vendor;
   desc.device_id = 0x2684;
+  desc.subsys_id = 0x16F31043;
   desc.dedicated_video_bytes = dedicated;
   desc.shared_system_bytes = 8 * kGiB;
   desc.luid_low = luid;
@@ -148,10 +154,8 @@ Reading<AdapterDesc> Adapter(const char16_t* name, std::uint32_t vendor, std::ui
 const auto kIntelUhd = Adapter(u"Intel(R) UHD Graphics 620", 0x8086, 128 * kMiB, 0xB1);
 const auto kRtx = Adapter(u"NVIDIA GeForce RTX 4070 Laptop GPU", 0x10DE, 8 * kGiB, 0xD2);
 const auto kBasicRender = Adapter(u"Microsoft Basic Render Driver", 0x1414, 0, 0xE3, 2);
-constexpr const char* kListed = "Successfully queried DXGI for GPU Info.";
 
-// From the fake's adapters to the survey; where there is no list, the report
-// and the sums tell the same reason.
+// From the fake's adapters to the survey's result and names.
 struct DxgiRow {
   const char* name;
   void (*arrange)(fake::Script&);
@@ -162,39 +166,31 @@ struct DxgiRow {
 class DxgiRows : public Dxgi, public ::testing::WithParamInterface<DxgiRow> {};
 TEST_P(DxgiRows, ListsEachHardwareAdapterOnce) {
   GetParam().arrange(fake::script());
-  const gpu::GpuReadings readings = gpu::ReadDxgiAdapters();
-  const auto [result, gpus] = gpu::SurveyOf(readings);
+  const auto [result, gpus] = vemora::platform::SurveyOf(gpu::ReadDxgiAdapters());
   EXPECT_EQ(std::make_pair(result.code, result.message),
             std::make_pair(GetParam().code, std::string(GetParam().message)));
   std::vector<std::string> names;
   for (const auto& gpu : gpus) names.push_back(gpu.name);
   EXPECT_EQ(names, GetParam().names);
-  const auto report = gpu::ReportOf(readings);
-  EXPECT_EQ(report.second.size(), gpus.size());
-  if (result.code == ResultCode::Success) return;
-  EXPECT_EQ(std::make_pair(report.first.code, report.first.message),
-            std::make_pair(result.code, result.message));
-  EXPECT_EQ(gpu::DedicatedSum(readings).diagnostic, result.message + "\n");
-  EXPECT_EQ(gpu::FreeSum(readings).diagnostic, result.message + "\n");
 }
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(Rows, DxgiRows, ::testing::ValuesIn(std::vector<DxgiRow>{
     {"no_dxgi_dll", [](fake::Script& s) { s.fails_at = Step::kLoadLibrary; s.error = 126; },
-     ResultCode::LibraryLoadFailed, "LoadLibraryExW dxgi.dll: error 126", {}},
+     ResultCode::NoDevicesFound, "No GPU found: DXGI could not list adapters (LoadLibraryExW dxgi.dll: error 126).", {}},
     {"no_entry_point", [](fake::Script& s) { s.fails_at = Step::kGetProcAddress; s.error = 127; },
-     ResultCode::FunctionNotAvailable, "GetProcAddress CreateDXGIFactory1: error 127", {}},
+     ResultCode::NoDevicesFound, "No GPU found: DXGI could not list adapters (GetProcAddress CreateDXGIFactory1: error 127).", {}},
     {"wine_without_display", [](fake::Script& s) { s.fails_at = Step::kCreateFactory; s.error = static_cast<std::int32_t>(0x887A0004u); },
-     ResultCode::InitializationFailed, "CreateDXGIFactory1: error 0x887A0004", {}},
+     ResultCode::NoDevicesFound, "No GPU found: DXGI could not list adapters (CreateDXGIFactory1: error 0x887A0004).", {}},
     {"basic_render_driver_only", [](fake::Script& s) { s.adapters = {kBasicRender}; },
-     ResultCode::NoDevicesFound, "DXGI lists no hardware adapter", {}},
-    {"hybrid_laptop", [](fake::Script& s) { s.adapters = {kIntelUhd, kRtx, kBasicRender}; }, ResultCode::Success, kListed,
-     {"Intel(R) UHD Graphics 620", "NVIDIA GeForce RTX 4070 Laptop GPU"}},
-    {"same_luid_twice", [](fake::Script& s) { s.adapters = {kRtx, kRtx}; }, ResultCode::Success, kListed,
-     {"NVIDIA GeForce RTX 4070 Laptop GPU"}},
+     ResultCode::NoDevicesFound, "No GPU found: DXGI lists no hardware adapter.", {}},
+    {"hybrid_laptop", [](fake::Script& s) { s.adapters = {kIntelUhd, kRtx, kBasicRender}; },
+     ResultCode::Success, "Found 2 GPUs through DXGI.", {"Intel(R) UHD Graphics 620", "NVIDIA GeForce RTX 4070 Laptop GPU"}},
+    {"same_luid_twice", [](fake::Script& s) { s.adapters = {kRtx, kRtx}; },
+     ResultCode::Success, "Found 1 GPU through DXGI.", {"NVIDIA GeForce RTX 4070 Laptop GPU"}},
     {"enumeration_fails_midway", [](fake::Script& s) { s.adapters = {kIntelUhd, kRtx}; s.enum_fails_at = 1; s.enum_error = static_cast<std::int32_t>(0x887A0005u); },
-     ResultCode::Error, "IDXGIFactory1::EnumAdapters1: error 0x887A0005", {}},
-    {"description_fails", [](fake::Script& s) { s.adapters = {kIntelUhd, Failure<AdapterDesc>(static_cast<std::int32_t>(0x80004005u))}; },
-     ResultCode::Error, "IDXGIAdapter1::GetDesc1: error 0x80004005", {}},
+     ResultCode::Success, "Found 1 GPU through DXGI. Also: DXGI could not list adapters (IDXGIFactory1::EnumAdapters1: error 0x887A0005).", {"Intel(R) UHD Graphics 620"}},
+    {"description_fails", [](fake::Script& s) { s.adapters = {Failure<AdapterDesc>(static_cast<std::int32_t>(0x80004005u))}; },
+     ResultCode::NoDevicesFound, "No GPU found: DXGI could not list adapters (IDXGIAdapter1::GetDesc1: error 0x80004005).", {}},
 }), ByName);
 // clang-format on
 
@@ -211,36 +207,118 @@ TEST(DxgiClassify, VendorAndCarveOut) {
   for (const auto& [in, type] : rows) EXPECT_EQ(gpu::ClassifyAdapter(in.first, in.second), type);
 }
 
-// The hybrid laptop through to the survey, the report and the sums, with a
-// free figure for the NVIDIA GPU as a device-wide source would give it.
-TEST_F(Dxgi, SurveyReportAndSums) {
+// The hybrid laptop's adapters as the survey and the per-device report show them.
+TEST_F(Dxgi, AdaptersAsGpus) {
   fake::script().adapters = {kIntelUhd, kRtx};
-  gpu::GpuReadings readings = gpu::ReadDxgiAdapters();
-  const auto gpus = gpu::SurveyOf(readings).second;
+  const GpuList list = gpu::ReadDxgiAdapters();
+  const auto gpus = vemora::platform::SurveyOf(list).second;
   ASSERT_EQ(gpus.size(), 2u);
   EXPECT_EQ(std::make_tuple(gpus[1].deviceId, gpus[1].integrationType, gpus[1].detectionPlatform,
                             gpus[1].dedicatedMemoryCapacityBytes, gpus[1].totalMemoryCapacityBytes),
             std::make_tuple(1, GpuIntegrationType::Discrete, GpuDetectionPlatform::DirectML,
-                            8 * kGiB, 16 * kGiB));
+                            8 * kGiB, 8 * kGiB));
   EXPECT_EQ(gpus[0].integrationType, GpuIntegrationType::Integrated);
   EXPECT_EQ(gpus[1].otherInfo,
             (decltype(gpus[1].otherInfo){{"pciVendorId", "0x10DE"},
                                          {"pciDeviceId", "0x2684"},
                                          {"adapterLuid", "0x00000000_0x000000D2"}}));
-  EXPECT_EQ(gpu::DedicatedSum(readings).bytes, 8 * kGiB + 128 * kMiB);
-  EXPECT_EQ(gpu::FreeSum(readings).diagnostic,
-            "DXGI: no GPU reports its device-wide free memory\n");
-
-  readings.gpus[1].free_bytes = 3 * kGiB;
-  EXPECT_EQ(gpu::FreeSum(readings).bytes, 3 * kGiB);
-  const auto [overall, devices] = gpu::ReportOf(readings);
-  EXPECT_EQ(overall.code, ResultCode::Success);
+  EXPECT_EQ(std::make_pair(list.gpus[1].pci_device_id, list.gpus[1].pci_subsystem_id),
+            std::make_pair(0x268410DEu, 0x16F31043u));
+  const auto devices = vemora::platform::LiveMemoryOf(list).second;
   ASSERT_EQ(devices.size(), 2u);
-  EXPECT_EQ(devices[0].result.code, ResultCode::FunctionNotAvailable);
-  EXPECT_EQ(devices[0].freeVramBytes, std::nullopt);
-  EXPECT_EQ(std::make_tuple(devices[1].result.code, *devices[1].deviceId,
-                            *devices[1].totalVramBytes, *devices[1].freeVramBytes),
-            std::make_tuple(ResultCode::Success, 1, 8 * kGiB, 3 * kGiB));
+  EXPECT_EQ(
+      std::make_tuple(devices[0].result.code, devices[0].result.message, devices[0].totalVramBytes,
+                      devices[0].freeVramBytes),
+      std::make_tuple(ResultCode::Error,
+                      std::string("DXGI gives no device-wide free memory for this GPU "
+                                  "(QueryVideoMemoryInfo is per process)"),
+                      std::optional<std::uint64_t>(128 * kMiB), std::optional<std::uint64_t>()));
 }
+
+// ---- The NVML join --------------------------------------------------------------
+
+GpuReading Card(const char* name, std::uint32_t pci_device_id, std::uint32_t subsystem,
+                std::optional<std::uint64_t> free = std::nullopt) {
+  GpuReading gpu;
+  gpu.name = name;
+  gpu.source = "DXGI";
+  gpu.pci_device_id = pci_device_id;
+  gpu.pci_subsystem_id = subsystem;
+  gpu.total_bytes = 24 * kGiB;
+  gpu.free_bytes = free;
+  if (!free) gpu.memory_error = std::string("no free figure from ") + name;
+  return gpu;
+}
+constexpr std::uint32_t k4090 = 0x268410DE, kA2000 = 0x25B610DE, kArc = 0x56A08086;
+
+// DXGI's adapters, what NVML lists, and the free figure (or why there is
+// none) each adapter ends with.
+struct JoinRow {
+  const char* name;
+  std::vector<GpuReading> dxgi;
+  GpuList nvml;
+  std::vector<std::variant<std::uint64_t, std::string>> free;
+};
+class Join : public ::testing::TestWithParam<JoinRow> {};
+TEST_P(Join, EachNvidiaAdapterTakesItsOwnNvmlGpu) {
+  GpuList list{GetParam().dxgi, {}};
+  vemora::platform::JoinNvml(GetParam().nvml, &list);
+  std::vector<std::variant<std::uint64_t, std::string>> free;
+  for (const auto& gpu : list.gpus) {
+    if (gpu.free_bytes) {
+      free.emplace_back(*gpu.free_bytes);
+    } else {
+      free.emplace_back(gpu.memory_error);
+    }
+  }
+  EXPECT_EQ(free, GetParam().free);
+}
+const GpuReading kCardA = Card("4090", k4090, 0x1), kCardB = Card("4090", k4090, 0x2);
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Rows, Join, ::testing::ValuesIn(std::vector<JoinRow>{
+    {"two_identical_cards_in_order", {kCardA, kCardA}, {{Card("a", k4090, 0x1, 1 * kGiB), Card("b", k4090, 0x1, 2 * kGiB)}, {}},
+     {1 * kGiB, 2 * kGiB}},
+    {"subsystem_tells_them_apart", {kCardB, kCardA}, {{Card("a", k4090, 0x1, 1 * kGiB), Card("b", k4090, 0x2, 2 * kGiB)}, {}},
+     {2 * kGiB, 1 * kGiB}},
+    {"card_nvml_does_not_list", {kCardA, Card("A2000", kA2000, 0x1)}, {{Card("a", k4090, 0x1, 1 * kGiB)}, {}},
+     {1 * kGiB, "NVML lists no GPU of PCI id 10DE:25B6"}},
+    {"one_nvml_gpu_for_two_adapters", {kCardA, kCardA}, {{Card("a", k4090, 0x1, 1 * kGiB)}, {}},
+     {1 * kGiB, "NVML lists no GPU of PCI id 10DE:2684"}},
+    {"nvml_missing", {kCardA}, {{}, {{"NVML could not be loaded (LoadLibrary nvml.dll: error 126)", false}}},
+     {"NVML could not be loaded (LoadLibrary nvml.dll: error 126)"}},
+    {"other_vendors_untouched", {Card("Arc", kArc, 0x1)}, {{Card("a", kArc, 0x1, 1 * kGiB)}, {}},
+     {"no free figure from Arc"}},
+    {"nvml_memory_error_kept", {kCardA}, {{Card("lost", k4090, 0x1)}, {}},
+     {"no free figure from lost"}},
+}), ByName);
+// clang-format on
+
+TEST(JoinNotes, FailuresJoinTheListAndTheSumsFail) {
+  GpuList list{{kCardA}, {}};
+  vemora::platform::JoinNvml(
+      GpuList{{}, {{"NVML could not start (nvmlInit_v2: Driver Not Loaded)", true}}}, &list);
+  const auto survey = vemora::platform::SurveyOf(list).first;
+  EXPECT_EQ(survey.message,
+            "Found 1 GPU through DXGI. Also: NVML could not start (nvmlInit_v2: Driver Not "
+            "Loaded).");
+  EXPECT_EQ(vemora::platform::TotalBytesOf(list).value, 24 * kGiB);
+  EXPECT_FALSE(vemora::platform::FreeBytesOf(list).ok());
+}
+
+#ifdef _WIN32
+// ---- LoadLibrary, for nvml.dll ----------------------------------------------------
+
+TEST(Library, LoadsFromSystem32AndNamesTheError) {
+  namespace library = vemora::platform::library;
+  std::string error;
+  EXPECT_EQ(library::Open("vemora_no_such.dll", &error), nullptr);
+  EXPECT_EQ(error, "LoadLibrary vemora_no_such.dll: error 126");
+  void* kernel32 = library::Open("kernel32.dll", &error);
+  ASSERT_NE(kernel32, nullptr) << error;
+  EXPECT_NE(library::Find(kernel32, "GetTickCount64"), nullptr);
+  EXPECT_EQ(library::Find(kernel32, "nvmlInit_v2"), nullptr);
+  library::Close(kernel32);
+}
+#endif
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "platform/gpu_list.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <limits>
 #include <utility>
 
@@ -136,6 +137,37 @@ Reading<std::uint64_t> TotalBytesOf(const GpuList& list) {
 
 Reading<std::uint64_t> FreeBytesOf(const GpuList& list) {
   return Sum(list, &GpuReading::free_bytes);
+}
+
+void JoinNvml(const GpuList& nvml, GpuList* gpus) {
+  constexpr std::uint32_t kNvidia = 0x10DE;
+  std::vector<bool> taken(nvml.gpus.size(), false);
+  for (auto& gpu : gpus->gpus) {
+    if ((gpu.pci_device_id & 0xFFFFu) != kNvidia) continue;
+    std::size_t i = 0;
+    while (i < nvml.gpus.size() && (taken[i] || nvml.gpus[i].pci_device_id != gpu.pci_device_id ||
+                                    nvml.gpus[i].pci_subsystem_id != gpu.pci_subsystem_id)) {
+      ++i;
+    }
+    if (i == nvml.gpus.size()) {
+      // Its own memory stays as the other source read it; nothing is free.
+      gpu.free_bytes.reset();
+      char ids[64];
+      std::snprintf(ids, sizeof ids, "NVML lists no GPU of PCI id %04X:%04X",
+                    gpu.pci_device_id & 0xFFFFu, gpu.pci_device_id >> 16);
+      gpu.memory_error = nvml.gpus.empty() ? JoinNotes(nvml, false) : ids;
+      continue;
+    }
+    taken[i] = true;
+    const GpuReading& same = nvml.gpus[i];
+    if (same.total_bytes) gpu.total_bytes = same.total_bytes;
+    gpu.free_bytes = same.free_bytes;
+    gpu.memory_error = same.memory_error;
+    for (const auto& fact : same.other_info) gpu.other_info.insert(fact);
+  }
+  for (const auto& note : nvml.notes) {
+    if (note.failed) gpus->notes.push_back(note);
+  }
 }
 
 }  // namespace vemora::platform

@@ -29,6 +29,11 @@ struct GpuReading {
   std::optional<std::uint64_t> free_bytes;
   std::string memory_error;
   std::unordered_map<std::string, std::string> other_info;
+  // PCI ids as NVML's nvmlPciInfo_t holds them, the device's in the high half
+  // and its vendor's in the low (0x268410DE); 0 when unknown. They tell which
+  // GPU of one source is which of another.
+  std::uint32_t pci_device_id = 0;
+  std::uint32_t pci_subsystem_id = 0;
 };
 
 // What every source found, in list order, and what the sources said when they
@@ -57,5 +62,14 @@ system::GpuLiveMemoryReport LiveMemoryOf(const GpuList& list);
 // without it would promise memory nobody can count on.
 Reading<std::uint64_t> TotalBytesOf(const GpuList& list);
 Reading<std::uint64_t> FreeBytesOf(const GpuList& list);
+
+// Gives each NVIDIA GPU of `gpus` (vendor 0x10DE) the memory figures of the
+// GPU of `nvml` that is the same card: the same PCI device and subsystem ids,
+// and among identical cards the same rank in order, as both sources list
+// them by bus. Each of `nvml`'s GPUs is taken at most once; an NVIDIA GPU
+// left without one says why in memory_error (`nvml`'s notes when it has no
+// GPU), and keeps its own memory. The other GPUs are left as they are;
+// `nvml`'s failures join `gpus`' notes.
+void JoinNvml(const GpuList& nvml, GpuList* gpus);
 
 }  // namespace vemora::platform

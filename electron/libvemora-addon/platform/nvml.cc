@@ -120,15 +120,21 @@ std::pair<std::string, std::string> Versions(const Nvml::Api& api) {
   return versions;
 }
 
-void Describe(const Nvml::Api& api, Device device, GpuReading* gpu) {
+// The PCI ids always, since other sources' GPUs are matched by them; the
+// rest only when `describe`.
+void Describe(const Nvml::Api& api, Device device, bool describe, GpuReading* gpu) {
   PciInfo pci{};
   if (api.pci_info != nullptr && api.pci_info(device, &pci) == kSuccess) {
+    gpu->pci_device_id = pci.pciDeviceId;
+    gpu->pci_subsystem_id = pci.pciSubSystemId;
+    if (!describe) return;
     gpu->other_info["pciBusId"] = Text(pci.busId, sizeof pci.busId);
     // The device id in the high half, the vendor's in the low: "10DE:2330".
     char ids[16];
     std::snprintf(ids, sizeof ids, "%04X:%04X", pci.pciDeviceId & 0xFFFFu, pci.pciDeviceId >> 16);
     gpu->other_info["pciDeviceId"] = ids;
   }
+  if (!describe) return;
   char uuid[kTextCapacity] = {};
   if (api.uuid != nullptr && api.uuid(device, uuid, sizeof uuid) == kSuccess) {
     gpu->other_info["uuid"] = Text(uuid, sizeof uuid);
@@ -208,7 +214,7 @@ void Nvml::Read(GpuList* list, bool describe) const {
     char name[kTextCapacity] = {};
     if (api_->name(device, name, sizeof name) == kSuccess) gpu.name = Text(name, sizeof name);
     ReadMemory(*api_, device, &gpu);
-    if (describe) Describe(*api_, device, &gpu);
+    Describe(*api_, device, describe, &gpu);
     list->gpus.push_back(std::move(gpu));
   }
 }

@@ -41,6 +41,7 @@ struct AdapterDesc {
   std::array<char16_t, 128> description{};  // NUL-padded
   std::uint32_t vendor_id = 0;
   std::uint32_t device_id = 0;
+  std::uint32_t subsys_id = 0;
   std::uint64_t dedicated_video_bytes = 0;
   std::uint64_t dedicated_system_bytes = 0;
   std::uint64_t shared_system_bytes = 0;

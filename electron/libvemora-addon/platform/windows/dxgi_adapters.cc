@@ -12,8 +12,6 @@ namespace vemora::platform::windows_gpu {
 namespace {
 
 using system::GpuIntegrationType;
-using system::Result;
-using system::ResultCode;
 using ScopedFactory = dxgi::Scoped<dxgi::Factory, dxgi::factory_release>;
 using ScopedAdapter = dxgi::Scoped<dxgi::Adapter, dxgi::adapter_release>;
 
@@ -27,29 +25,29 @@ constexpr std::uint32_t kArm = 0x13B5;
 // Integrated GPUs of Intel and AMD report the firmware's carve-out as their
 // own memory, 512 MiB or less by default; their discrete cards have GiBs.
 constexpr std::uint64_t kCarveOutBytes = 512ull << 20;
+constexpr const char* kNoFreeFigure =
+    "DXGI gives no device-wide free memory for this GPU (QueryVideoMemoryInfo is per process)";
 // A bound on the enumeration, should a driver never say "not found".
 constexpr std::uint32_t kMostAdapters = 64;
 
-Result Failure(ResultCode code, const std::string& line) {
-  return Result{code, line.substr(0, line.size() - 1)};  // without its newline
+// "DXGI could not list adapters (CreateDXGIFactory1: error 0x887A0004)"
+GpuList::Note Failure(const std::string& line) {
+  return {"DXGI could not list adapters (" + line.substr(0, line.size() - 1) + ")", true};
 }
 
-Result CreationFailure(const dxgi::FactoryCreation& creation) {
+GpuList::Note CreationFailure(const dxgi::FactoryCreation& creation) {
   using Step = dxgi::FactoryCreation::Step;
   const auto code = static_cast<std::uint32_t>(creation.error);
   switch (creation.failed) {
     case Step::kLoadLibrary:
-      return Failure(ResultCode::LibraryLoadFailed,
-                     windows_text::ErrorLine("LoadLibraryExW dxgi.dll", code));
+      return Failure(windows_text::ErrorLine("LoadLibraryExW dxgi.dll", code));
     case Step::kGetProcAddress:
-      return Failure(ResultCode::FunctionNotAvailable,
-                     windows_text::ErrorLine("GetProcAddress CreateDXGIFactory1", code));
+      return Failure(windows_text::ErrorLine("GetProcAddress CreateDXGIFactory1", code));
     case Step::kCreateFactory:
     case Step::kDone:
       break;
   }
-  return Failure(ResultCode::InitializationFailed,
-                 windows_text::HresultLine("CreateDXGIFactory1", creation.error));
+  return Failure(windows_text::HresultLine("CreateDXGIFactory1", creation.error));
 }
 
 std::string Hex(const char* format, std::uint32_t value) {
@@ -62,11 +60,14 @@ GpuReading ReadingOf(const dxgi::AdapterDesc& desc) {
   GpuReading gpu;
   gpu.name = std::string(windows_text::TrimBlanks(
       windows_text::Utf16ToUtf8({desc.description.data(), desc.description.size()})));
+  gpu.source = "DXGI";
   gpu.integration = ClassifyAdapter(desc.vendor_id, desc.dedicated_video_bytes);
   gpu.platform = system::GpuDetectionPlatform::DirectML;
-  gpu.dedicated_bytes = desc.dedicated_video_bytes;
-  gpu.total_bytes =
-      desc.dedicated_video_bytes + desc.dedicated_system_bytes + desc.shared_system_bytes;
+  gpu.total_bytes = desc.dedicated_video_bytes;
+  gpu.memory_error = kNoFreeFigure;
+  // Laid out as NVML's: the device id in the high half, the vendor's below.
+  gpu.pci_device_id = desc.device_id << 16 | (desc.vendor_id & 0xFFFFu);
+  gpu.pci_subsystem_id = desc.subsys_id;
   gpu.other_info["pciVendorId"] = Hex("0x%04X", desc.vendor_id);
   gpu.other_info["pciDeviceId"] = Hex("0x%04X", desc.device_id);
   // As the "GPU Adapter Memory" performance counters name their instances.
@@ -94,31 +95,35 @@ GpuIntegrationType ClassifyAdapter(std::uint32_t vendor_id, std::uint64_t dedica
   }
 }
 
-GpuReadings ReadDxgiAdapters() {
+GpuList ReadDxgiAdapters() {
+  GpuList readings;
   const dxgi::FactoryCreation creation = dxgi::factory_create();
   const ScopedFactory factory(creation.factory);
-  if (!factory) return {CreationFailure(creation), {}};
-  GpuReadings readings{Result{ResultCode::Success, ""}, {}};
+  if (!factory) {
+    readings.notes.push_back(CreationFailure(creation));
+    return readings;
+  }
   std::set<std::pair<std::int32_t, std::uint32_t>> luids;
   for (std::uint32_t index = 0; index < kMostAdapters; ++index) {
     const auto adapter_at = dxgi::adapter_at(factory.get(), index);
     const ScopedAdapter adapter(adapter_at.ok() ? adapter_at.value : nullptr);
     if (adapter_at.error == dxgi::kNotFound) break;
     if (!adapter) {
-      return {Failure(ResultCode::Error,
-                      windows_text::HresultLine("IDXGIFactory1::EnumAdapters1", adapter_at.error)),
-              {}};
+      readings.notes.push_back(
+          Failure(windows_text::HresultLine("IDXGIFactory1::EnumAdapters1", adapter_at.error)));
+      return readings;
     }
     const auto desc = dxgi::adapter_desc(adapter.get());
     if (!desc.ok()) {
-      return {Failure(ResultCode::Error,
-                      windows_text::HresultLine("IDXGIAdapter1::GetDesc1", desc.error)),
-              {}};
+      readings.notes.push_back(
+          Failure(windows_text::HresultLine("IDXGIAdapter1::GetDesc1", desc.error)));
+      return readings;
     }
     if (desc.value.flags & dxgi::kSoftwareAdapter) continue;
     if (!luids.emplace(desc.value.luid_high, desc.value.luid_low).second) continue;
     readings.gpus.push_back(ReadingOf(desc.value));
   }
+  if (readings.gpus.empty()) readings.notes.push_back({"DXGI lists no hardware adapter", false});
   return readings;
 }
 

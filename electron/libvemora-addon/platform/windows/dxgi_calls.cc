@@ -85,6 +85,7 @@ Reading<AdapterDesc> adapter_desc(Adapter adapter) {
   std::memcpy(out.description.data(), desc.Description, sizeof desc.Description);
   out.vendor_id = desc.VendorId;
   out.device_id = desc.DeviceId;
+  out.subsys_id = desc.SubSysId;
   out.dedicated_video_bytes = desc.DedicatedVideoMemory;
   out.dedicated_system_bytes = desc.DedicatedSystemMemory;
   out.shared_system_bytes = desc.SharedSystemMemory;

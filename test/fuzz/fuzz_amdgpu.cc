@@ -2,26 +2,15 @@
 // tails, a count is digits only, and a name from amdgpu.ids is one trimmed
 // field of one line. The first four bytes choose the device id and revision
 // looked up.
-#include <cstddef>
-#include <cstdint>
-
 #include "check.h"
-#include "platform/linux/proc_text.h"
 
-namespace text = vemora::platform::linux_text;
-
-namespace {
-
-bool OneLineWithin(std::string_view value, std::string_view input) {
+static bool OneLineWithin(std::string_view value, std::string_view input) {
   return value.empty() || (value.data() >= input.data() &&
                            value.data() + value.size() <= input.data() + input.size() &&
                            value.find('\n') == value.npos);
 }
 
-}  // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view input(reinterpret_cast<const char*>(data), size);
+VEMORA_FUZZ_TARGET(input) {
   const auto uevent = text::ParsePciUevent(input);
   VEMORA_FUZZ_CHECK(OneLineWithin(uevent.driver, input) && OneLineWithin(uevent.pci_id, input) &&
                     OneLineWithin(uevent.slot, input));
@@ -31,9 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   text::ParseHexId(input);
   if (text::IsDrmCard(input)) VEMORA_FUZZ_CHECK(input.size() > 4 && input.substr(0, 4) == "card");
-  if (size >= 4) {
+  if (input.size() >= 4) {
     const auto name = text::AmdgpuIdsName(input.substr(4), data[0] << 8 | data[1], data[2]);
     if (name) VEMORA_FUZZ_CHECK(TrimmedWithin(*name, input) && name->find('\n') == name->npos);
   }
-  return 0;
 }

@@ -1,12 +1,12 @@
 'use strict';
 // Random argument lists and `this` values for every method of VemoraCore and
-// its constructor, each outcome checked against ./methods.js. Each call is
-// written to the trace file first, so that after a crash the file names it.
-//   node fuzz-child.js <trace>              in this thread
-//   node fuzz-child.js --workers <prefix>   also in workers, terminated mid-run
+// its constructor, each outcome checked against ./methods.js, each call first
+// written to the trace file so that after a crash the file names it.
+//   node fuzz-child.js [--workers] <trace>: with workers, also in workers terminated mid-run
 // Env: VEMORA_TEST_ADDON, FUZZ_SEED, FUZZ_RUNS (per method), FUZZ_ROUNDS.
 const fs = require('node:fs');
 const { once } = require('node:events');
+const { setTimeout: sleep } = require('node:timers/promises');
 const fc = require('fast-check');
 const { Worker, isMainThread, workerData } = require('node:worker_threads');
 const { check, names } = require('./methods');
@@ -18,8 +18,7 @@ const { VemoraCore } = require(process.env.VEMORA_TEST_ADDON);
 const trap = () => { throw new Error('trap'); };
 const revoked = Proxy.revocable({}, {});
 revoked.revoke();
-const hostile = [new Proxy({}, { get: trap, has: trap, ownKeys: trap, getPrototypeOf: trap }),
-  revoked.proxy, { valueOf: trap, toString: trap }];
+const hostile = [new Proxy({}, { get: trap, has: trap, ownKeys: trap, getPrototypeOf: trap }), revoked.proxy, { valueOf: trap, toString: trap }];
 const standIns = hostile.map((_, i) => ({ [`<hostile ${i}>`]: true }));
 const swapIn = (v) => (standIns.includes(v) ? hostile[standIns.indexOf(v)] : v);
 const show = (v) => { try { return fc.stringify(v); } catch { return '<unprintable>'; } };
@@ -40,8 +39,7 @@ function fuzz(seed, runs, traceFile) {
     for (const name of names(VemoraCore)) {
       fc.assert(fc.property(value, fc.array(value, { maxLength: 5 }), (self, args) => {
         const line = `${name}(${args.map(show).join(', ')})`.replace(/\s+/g, ' ');
-        fs.writeSync(trace, line, 0);
-        fs.ftruncateSync(trace, Buffer.byteLength(line));
+        fs.ftruncateSync(trace, fs.writeSync(trace, line, 0));
         calls++;
         check(VemoraCore, name, args.map(swapIn), swapIn(self), line);
       }), { seed, numRuns: runs });
@@ -64,7 +62,7 @@ async function fuzzInWorkers(seed, runs, prefix) {
     }).on('error', (e) => { error ??= e; }));
     await Promise.all(workers.map((w) => once(w, 'online')));
     calls += fuzz(seed + round, Math.ceil(runs / 10), `${prefix}.main`);
-    await new Promise((resolve) => setTimeout(resolve, 20 + 40 * (round % 4)));
+    await sleep(20 + 40 * (round % 4));
     await Promise.all(workers.map((w) => w.terminate()));
     if (error) throw error;
     calls += fuzz(seed - round, Math.ceil(runs / 10), `${prefix}.main`);
@@ -75,11 +73,8 @@ async function fuzzInWorkers(seed, runs, prefix) {
 if (!isMainThread) {
   for (let seed = workerData.seed; ; seed++) fuzz(seed, workerData.runs, workerData.trace);
 } else {
-  const seed = Number(process.env.FUZZ_SEED || Date.now() % 2 ** 31);
-  const runs = Number(process.env.FUZZ_RUNS || 300);
-  const trace = process.argv.at(-1);
-  Promise.resolve()
-    .then(() => (process.argv[2] === '--workers' ? fuzzInWorkers(seed, runs, trace) : fuzz(seed, runs, trace)))
+  const [seed, runs] = [Number(process.env.FUZZ_SEED || Date.now() % 2 ** 31), Number(process.env.FUZZ_RUNS || 300)];
+  (async () => (process.argv[2] === '--workers' ? fuzzInWorkers : fuzz)(seed, runs, process.argv.at(-1)))()
     .then((calls) => process.stdout.write(`${calls} calls, seed ${seed}\n`))
     .catch((error) => {
       process.stderr.write(`FUZZ_SEED=${seed}\n${error?.stack}\n`);

@@ -4,6 +4,7 @@
 // per call shows as thousands of lost blocks; then WORKERS workers (2) load
 // the add-on, call everything and exit, each giving back what it took.
 const { Worker, isMainThread } = require('node:worker_threads');
+const { once } = require('node:events');
 const { check, names, methods } = require('./methods');
 
 const { VemoraCore } = require(process.env.VEMORA_TEST_ADDON || require('./addon').addonPath);
@@ -18,12 +19,11 @@ const callEverything = () => names(VemoraCore).forEach((name) =>
 
 if (isMainThread) {
   (async () => {
-    const calls = Number(process.env.CALLS || 2000);
+    const [calls, workers] = [Number(process.env.CALLS || 2000), Number(process.env.WORKERS || 2)];
     for (let i = 0; i < calls; i++) callEverything();
-    const workers = Number(process.env.WORKERS || 2);
     for (let i = 0; i < workers; i++) {
-      await new Promise((resolve, reject) => new Worker(__filename).once('error', reject)
-        .once('exit', (code) => (code === 0 ? resolve() : reject(new Error(`worker exited with ${code}`)))));
+      const [code] = await once(new Worker(__filename), 'exit');
+      if (code !== 0) throw new Error(`worker exited with ${code}`);
     }
     callEverything();
     process.stdout.write(`${calls} rounds, ${workers} workers\n`);

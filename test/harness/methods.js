@@ -1,7 +1,7 @@
 'use strict';
 // The one table of VemoraCore's methods: valid arguments, what a valid answer
-// looks like, and which argument lists each must refuse with which error.
-// The fuzzer, the leak loop and the installed-package check use it.
+// looks like, and which argument lists each must refuse with which error; for
+// the fuzzer, the leak loop and the installed-package check.
 const MESSAGES = {
   TWO: 'Two arguments expected for GetCpuUsage',
   BOTH: 'Both GetCpuUsage arguments must be numbers!',

@@ -14,24 +14,19 @@ const VemoraCore = load();
 const skip = process.platform !== 'linux';
 const HZ = skip ? 100 : Number(execFileSync('getconf', ['CLK_TCK'], { encoding: 'utf8' }));
 
-// Each child says when it has started (and its threads too), then spins or idles.
-const SPIN = 'for (;;);';
-const READY = "process.stdout.write('ready');";
-const SPINNING = `${READY} ${SPIN}`;
-const IDLE = `setTimeout(() => {}, 60000); ${READY}`;
-const TWO_SPINNING = `new (require('node:worker_threads').Worker)(${JSON.stringify(`require('node:worker_threads')
-  .parentPort.postMessage(0); ${SPIN}`)}, { eval: true }).once('message', () => { ${READY} ${SPIN} });`;
+// Each child says when it has started (and its thread too), then spins or idles.
+const SPINNING = "process.stdout.write('ready'); for (;;);";
+const IDLE = "setTimeout(() => {}, 60000); process.stdout.write('ready');";
+const TWO_SPINNING = `new (require('node:worker_threads').Worker)("require('node:worker_threads').parentPort.postMessage(0); for (;;);",
+  { eval: true }).once('message', () => { ${SPINNING} });`;
 
-// The CPU seconds, start and uptime of a process (or, with tid, one of its
-// threads), from the files the add-on reads.
+// The CPU seconds and uptime of a process (or, with tid, one of its threads),
+// from the files the add-on reads.
 function peer(pid, tid) {
-  const file = tid ? `/proc/${pid}/task/${tid}/stat` : `/proc/${pid}/stat`;
-  const fields = fs.readFileSync(file, 'utf8').replace(/^.*\) /s, '').split(' ');
-  const uptime = Number(fs.readFileSync('/proc/uptime', 'utf8').split(' ')[0]);
-  return { cpu: (Number(fields[11]) + Number(fields[12])) / HZ, start: Number(fields[19]) / HZ, uptime };
+  const fields = fs.readFileSync(`/proc/${pid}${tid ? `/task/${tid}` : ''}/stat`, 'utf8').replace(/^.*\) /s, '').split(' ');
+  return { cpu: (Number(fields[11]) + Number(fields[12])) / HZ, uptime: Number(fs.readFileSync('/proc/uptime', 'utf8').split(' ')[0]) };
 }
 const between = (a, b) => (100 * (b.cpu - a.cpu)) / (b.uptime - a.uptime);
-const lifetime = (p) => (100 * p.cpu) / (p.uptime - p.start);
 
 async function child(script, t) {
   const c = spawn(process.execPath, ['-e', script], { stdio: ['ignore', 'pipe', 'ignore'] });
@@ -72,20 +67,6 @@ test('two spinning threads read their sum', { skip }, async (t) => {
   const { figure, mainThread } = overWindow(await child(TWO_SPINNING, t), 1000);
   assert.ok(figure <= 202 && figure >= mainThread + 10, `${figure}, its main thread ${mainThread}`);
   if (figure <= 100) t.diagnostic(`${figure}: fewer than two cores were free`);
-});
-
-test('at once: the lifetime average first, then the average since that call', { skip }, async (t) => {
-  const pid = await child(SPINNING, t);
-  const started = process.hrtime.bigint();
-  const first = [peer(pid), VemoraCore.getCpuUsage(pid, 0), peer(pid)];
-  const tookMs = Number(process.hrtime.bigint() - started) / 1e6;
-  assert.ok(tookMs < 250, `took ${tookMs} ms`); // no window waited
-  assert.ok(Math.abs(first[1] - lifetime(first[0])) <= 10, `${first[1]}, /proc says ${lifetime(first[0])}`);
-  await sleep(400);
-  const before = peer(pid);
-  const since = VemoraCore.getCpuUsage(pid, 0);
-  assert.ok(since >= 10 && since <= 105, `${since}`);
-  assert.ok(Math.abs(since - between(first[2], before)) <= 10, `${since}, /proc says ${between(first[2], before)}`);
 });
 
 test('failures answer -1 with one line naming the file and the reason', { skip }, () => {

@@ -1,7 +1,6 @@
 'use strict';
-// The prebuilt add-ons in prebuilds/<target>/ (scripts/prebuild.sh): each is a
-// binary of its target's format and architecture, and each Linux one needs no
-// glibc symbol version above 2.28 and no library but glibc's own.
+// The prebuilt add-ons in prebuilds/<target>/ (scripts/prebuild.sh): each is a binary of its target's format and
+// architecture, and each Linux one needs no glibc symbol version above 2.28 and no library but glibc's own.
 const test = require('node:test');
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
@@ -13,14 +12,9 @@ const targets = Object.keys(require('../../package.json').optionalDependencies).
 const binary = (target) => path.join(root, 'prebuilds', target, 'libvemora_bindings.node');
 const built = targets.filter((target) => fs.existsSync(binary(target)));
 
-const FORMATS = {
-  'linux-x64': 'ELF x86-64 shared object',
-  'linux-arm64': 'ELF arm64 shared object',
-  'darwin-x64': 'Mach-O x86-64 bundle',
-  // macOS on Apple silicon refuses code without a signature; the linker signs ad hoc.
-  'darwin-arm64': 'Mach-O arm64 bundle, signed',
-  'win32-x64': 'PE x86-64 DLL',
-};
+// macOS on Apple silicon refuses code without a signature; the linker signs ad hoc.
+const FORMATS = { 'linux-x64': 'ELF x86-64 shared object', 'linux-arm64': 'ELF arm64 shared object', 'darwin-x64': 'Mach-O x86-64 bundle',
+  'darwin-arm64': 'Mach-O arm64 bundle, signed', 'win32-x64': 'PE x86-64 DLL' };
 
 // From the headers: ELF (e_type, e_machine), Mach-O (cputype, filetype, LC_CODE_SIGNATURE), PE (Machine, Characteristics).
 function describe(b) {
@@ -38,8 +32,8 @@ function describe(b) {
   return 'unknown format';
 }
 
-// What the dynamic loader would refuse on glibc 2.28: a newer GLIBC_ version, any
-// other library's version (GLIBCXX_, CXXABI_, GCC_: libstdc++ and libgcc belong inside), another library.
+// What the dynamic loader would refuse on glibc 2.28: a newer GLIBC_ version, any other library's version (GLIBCXX_,
+// CXXABI_, GCC_: libstdc++ and libgcc belong inside), another library.
 const GLIBC_OWN = /^(libc\.so\.6|libm\.so\.6|libpthread\.so\.0|libdl\.so\.2|ld-linux-(x86-64\.so\.2|aarch64\.so\.1))$/;
 function beyondGlibc228(file) {
   const out = execFileSync('readelf', ['-V', '-d', '--wide', file], { encoding: 'utf8' });

@@ -2,11 +2,9 @@
 // each call answers, what it writes, how long it waits and what it keeps.
 #include "memory/cpu_usage.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <optional>
 #include <thread>
-#include <vector>
+#include <tuple>
 
 #include "platform_test.h"
 
@@ -49,25 +47,21 @@ class CpuUsage : public ::testing::TestWithParam<Row> {};
 
 TEST_P(CpuUsage, FiguresDiagnosticsAndHistory) {
   CpuHistory history(8);
-  std::vector<float> figures, expected;
   std::vector<int> expected_waits;
+  waits.clear();
   const std::string said = CaptureStderr([&] {
     for (const Call& call : GetParam().calls) {
       readings = call.readings;
       next_reading = 0;
-      figures.push_back(
-          vemora_utils::MeasureCpuUsage(42, call.window_ms, history, Scripted, Waited));
-      expected.push_back(call.expected);
+      EXPECT_NEAR(vemora_utils::MeasureCpuUsage(42, call.window_ms, history, Scripted, Waited),
+                  call.expected, 1e-3);
       // A window is waited only once the first reading has succeeded.
       if (call.window_ms > 0 && call.readings.front().ok())
         expected_waits.push_back(call.window_ms);
     }
   });
-  for (std::size_t i = 0; i < figures.size(); ++i) EXPECT_NEAR(figures[i], expected[i], 1e-3) << i;
-  EXPECT_EQ(said, GetParam().diagnostics);
-  EXPECT_EQ(waits, expected_waits);
+  EXPECT_EQ(std::tie(said, waits), std::tie(GetParam().diagnostics, expected_waits));
   EXPECT_EQ(history.size(), GetParam().kept_after);
-  waits.clear();
 }
 
 constexpr const char* kTaken =
@@ -78,9 +72,8 @@ constexpr const char* kWentBack =
 
 // clang-format off
 const Row kRows[] = {
-    {"first_call_is_the_lifetime_average", {{0, {At(300, 100, 1000, 2000)}, 40}}, "", 1},
     {"lifetime_of_a_process_not_measurably_old", {{0, {At(0, 10, 1000, 1000)}, 0}}, "", 1},
-    {"then_the_average_since_the_last_call", {{0, {At(300, 100, 1000, 2000)}, 40},
+    {"the_lifetime_then_the_average_since_the_last_call", {{0, {At(300, 100, 1000, 2000)}, 40},
                                               {0, {At(600, 300, 1000, 3000)}, 50}}, "", 1},
     // 50 ms after the kept reading: its figure again, and it stays the baseline.
     {"within_the_minimum_window_the_last_figure", {{0, {At(300, 100, 1000, 2000)}, 40},
@@ -91,8 +84,7 @@ const Row kRows[] = {
                                       {0, {At(3000, 3000, 4000, 10000)}, 100}}, "", 1},
     {"clock_set_back_starts_over", {{0, {At(0, 0, 1000, 5000)}, 0}, {0, {At(200, 0, 1000, 3000)}, 10}}, "", 1},
     {"cpu_time_went_back_starts_over", {{0, {At(500, 0, 1000, 2000)}, 50}, {0, {At(100, 0, 1000, 3000)}, 5}}, "", 1},
-    {"window_average", {{500, {At(0, 0, 1000, 2000), At(400, 50, 1000, 2500)}, 90}}, "", 1},
-    {"window_end_is_kept_for_the_next_call", {{500, {At(0, 0, 1000, 2000), At(400, 50, 1000, 2500)}, 90},
+    {"window_average_and_its_end_kept_for_the_next_call", {{500, {At(0, 0, 1000, 2000), At(400, 50, 1000, 2500)}, 90},
                                               {0, {At(400, 100, 1000, 2550)}, 90},
                                               {0, {At(500, 100, 1000, 3000)}, 30}}, "", 1},
     {"no_such_process_waits_nothing", {{1000, {kEnded}, -1}}, "", 0},

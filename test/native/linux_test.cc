@@ -6,14 +6,11 @@
 #include <cctype>
 #include <cerrno>
 #include <chrono>
-#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string>
 #include <thread>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include "memory/cpu_usage.h"
 #include "platform/linux/linux_files.h"
@@ -81,11 +78,18 @@ std::string Root(const std::string& tree) { return VEMORA_FIXTURES "/machines/" 
 std::string Read(const std::string& tree, const std::string& reading) {
   const std::string path = Root(tree);
   const char* root = path.c_str();
+  const int pid = std::atoi(reading.c_str() + reading.find_first_of(" ") + 1);
   if (reading.rfind("stat ", 0) == 0) {
-    const auto times = files::ReadProcessCpuTimes(root, std::stoi(reading.substr(5)));
-    if (!times.ok()) return Errno(times.error);
-    return Ms(times.value.user_ns) + "+" + Ms(times.value.system_ns) + " ms, start " +
-           Ms(times.value.start_ns) + " ms";
+    const auto t = files::ReadProcessCpuTimes(root, pid);
+    return t.ok() ? Ms(t.value.user_ns) + "+" + Ms(t.value.system_ns) + " ms, start " +
+                        Ms(t.value.start_ns) + " ms"
+                  : Errno(t.error);
+  }
+  if (reading.rfind("status ", 0) == 0) {
+    const auto usage = files::ReadProcessMemory(root, pid);
+    return usage.ok()
+               ? Kib(usage.value.resident_bytes) + " " + Kib(usage.value.footprint_bytes) + " kB"
+               : Errno(usage.error);
   }
   if (reading == "uptime") {
     const auto uptime = files::ReadUptimeNs(root);
@@ -95,15 +99,10 @@ std::string Read(const std::string& tree, const std::string& reading) {
     const auto available = files::ReadMemAvailable(root);
     return available.ok() ? Kib(available.value) + " kB" : Errno(available.error);
   }
-  if (reading.rfind("status ", 0) == 0) {
-    const auto usage = files::ReadProcessMemory(root, std::stoi(reading.substr(7)));
-    if (!usage.ok()) return Errno(usage.error);
-    return Kib(usage.value.resident_bytes) + " " + Kib(usage.value.footprint_bytes) + " kB";
-  }
   const auto cpu = files::ReadCpuinfo(root);
-  const std::string cpu_shown =
-      cpu.ok() ? cpu.value.name.value_or("-") + (cpu.value.avx2 ? ", avx2" : "") : Errno(cpu.error);
-  return cpu_shown + " | " + files::ReadModelIdentifier(root).value_or("-") + " | " +
+  return (cpu.ok() ? cpu.value.name.value_or("-") + (cpu.value.avx2 ? ", avx2" : "")
+                   : Errno(cpu.error)) +
+         " | " + files::ReadModelIdentifier(root).value_or("-") + " | " +
          (files::HasInternalBattery(root) ? "battery" : "no battery");
 }
 
@@ -120,37 +119,29 @@ TEST_P(MachineTree, Reads) {
 
 // clang-format off
 const TreeRow kTrees[] = {
-    {"debian12-x86_64-vm", "meminfo", "24414276 kB"},
-    {"debian12-x86_64-vm", "status 4242", "2280 156 kB"},
+    {"debian12-x86_64-vm", "meminfo", "24414276 kB"}, {"debian12-x86_64-vm", "status 4242", "2280 156 kB"},
     {"debian12-x86_64-vm", "status 2", "0 0 kB"},  // a kernel thread
-    {"debian12-x86_64-vm", "status 1", "ENOENT"},
-    {"debian12-x86_64-vm", "status 0", "ESRCH"},
+    {"debian12-x86_64-vm", "status 1", "ENOENT"}, {"debian12-x86_64-vm", "status 0", "ESRCH"},
     {"debian12-x86_64-vm", "survey", "AMD EPYC, avx2 | - | no battery"},
     // The mouse's battery (scope "Device") is not the machine's; BAT0 is.
     {"laptop-x86_64-handmade", "survey", "ENOENT | XPS 13 9310 | battery"},
     {"raspberrypi4-arm64-handmade", "survey", "BCM2835 | Raspberry Pi 4 Model B Rev 1.4 | no battery"},
-    {"missing-proc-files", "meminfo", "ENOENT"},
-    {"missing-proc-files", "status 4242", "ENOENT"},
+    {"missing-proc-files", "meminfo", "ENOENT"}, {"missing-proc-files", "status 4242", "ENOENT"},
     {"truncated-proc-files", "status 4242", "2280 0 kB"},
-    {"unreadable-proc-files", "meminfo", "EISDIR"},
-    {"unreadable-proc-files", "status 4242", "EISDIR"},
-    {"oversized-proc-files", "meminfo", "24414276 kB"},
-    {"oversized-proc-files", "status 4242", "2280 156 kB"},  // past a Groups line longer than the buffer
+    {"unreadable-proc-files", "meminfo", "EISDIR"}, {"unreadable-proc-files", "status 4242", "EISDIR"},
+    // Past a Groups line longer than the buffer.
+    {"oversized-proc-files", "meminfo", "24414276 kB"}, {"oversized-proc-files", "status 4242", "2280 156 kB"},
     {"available-below-free", "meminfo", "0 kB"},
-    // 16 TiB available; RssAnon + VmSwap of 2^64 - 1024 bytes.
-    {"huge-values", "meminfo", "17179869188 kB"},
-    {"huge-values", "status 4242", "18014398509481983 18014398509481983 kB"},
-    {"values-past-64-bits", "meminfo", "ENODATA"},
-    {"values-past-64-bits", "status 4242", "EOVERFLOW"},
-    {"debian12-x86_64-vm", "stat 4242", "60+1440 ms, start 1081610 ms"},
-    {"debian12-x86_64-vm", "uptime", "1083120 ms"},
+    // 16 TiB available; RssAnon + VmSwap of 2^64 - 1024 bytes; 2^64 - 1 ticks.
+    {"huge-values", "meminfo", "17179869188 kB"}, {"huge-values", "status 4242", "18014398509481983 18014398509481983 kB"},
+    {"huge-values", "stat 4242", "EOVERFLOW"},
+    {"values-past-64-bits", "meminfo", "ENODATA"}, {"values-past-64-bits", "status 4242", "EOVERFLOW"},
+    {"values-past-64-bits", "stat 4242", "EINVAL"},  // 2^64 ticks
+    {"debian12-x86_64-vm", "stat 4242", "60+1440 ms, start 1081610 ms"}, {"debian12-x86_64-vm", "uptime", "1083120 ms"},
     {"odd-process-stat", "stat 4243", "0+0 ms, start 1080770 ms"},  // named "a) R 1 (b c"
-    {"odd-process-stat", "stat 4244", "ESRCH"},                     // a zombie
-    {"odd-process-stat", "stat 4245", "EINVAL"},                    // cut inside starttime
-    {"missing-proc-files", "stat 4242", "ENOENT"},
-    {"missing-proc-files", "uptime", "915760 ms"},
-    {"huge-values", "stat 4242", "EOVERFLOW"},         // 2^64 - 1 ticks
-    {"values-past-64-bits", "stat 4242", "EINVAL"},    // 2^64 ticks
+    {"odd-process-stat", "stat 4244", "ESRCH"},  // a zombie
+    {"odd-process-stat", "stat 4245", "EINVAL"},  // cut inside starttime
+    {"missing-proc-files", "stat 4242", "ENOENT"}, {"missing-proc-files", "uptime", "915760 ms"},
 };
 // clang-format on
 INSTANTIATE_TEST_SUITE_P(Trees, MachineTree, ::testing::ValuesIn(kTrees), [](const auto& row) {
@@ -161,18 +152,16 @@ INSTANTIATE_TEST_SUITE_P(Trees, MachineTree, ::testing::ValuesIn(kTrees), [](con
 
 // ---- CPU times ----------------------------------------------------------------------------
 
-platform::ProcessCpuTimes CpuTimesIn(const std::string& tree) {
-  auto times = files::ReadProcessCpuTimes(Root(tree).c_str(), 4242);
-  times.value.read_at_ns = files::ReadUptimeNs(Root(tree).c_str()).value;
-  return times.value;
-}
-
 // The new cp started later and has used more CPU than the old one: compared
 // with the old one's times it would read 65%, not its own lifetime's 100%.
 TEST(CpuTimes, PidReusedWithALaterStartIsANewProcess) {
   vemora_utils::CpuHistory history(4);
-  EXPECT_NEAR(history.Measure(4242, CpuTimesIn("debian12-x86_64-vm")), 99.34, 0.01);
-  EXPECT_NEAR(history.Measure(4242, CpuTimesIn("pid-reused")), 100, 0.01);
+  for (const auto& [tree, expected] :
+       {std::pair("debian12-x86_64-vm", 99.34), {"pid-reused", 100.0}}) {
+    auto times = files::ReadProcessCpuTimes(Root(tree).c_str(), 4242).value;
+    times.read_at_ns = files::ReadUptimeNs(Root(tree).c_str()).value;
+    EXPECT_NEAR(history.Measure(4242, times), expected, 0.01) << tree;
+  }
 }
 
 TEST(CpuTimes, UptimeAndStatText) {

@@ -2,15 +2,10 @@
 // formatter on the scripted M2 Max: 16 KiB pages, 100000 free, 50000 inactive,
 // 10000 purgeable and 200000 wired; a 48 GiB wire limit and working set;
 // 1 GiB of 2 GiB swap free.
-#include <algorithm>
 #include <clocale>
-#include <cstdint>
 #include <iostream>
 #include <limits>
 #include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "memory/format_bytes.h"
 #include "memory/memory_observer.h"
@@ -143,11 +138,7 @@ TEST(Figures, AvailableVramAsksItsReadingsInOrder) {
   const std::vector<std::string> readings = {"MTLCreateSystemDefaultDevice",
                                              "sysctlbyname vm.global_user_wire_limit",
                                              "host_statistics64"};
-  std::vector<std::string> asked;
-  for (const std::string& call : fake::calls()) {
-    if (std::count(readings.begin(), readings.end(), call)) asked.push_back(call);
-  }
-  EXPECT_EQ(asked, readings);
+  EXPECT_EQ(Asked(readings), readings);
 }
 
 TEST(FormatBytes, StepsAt1024AndDividesBy1000) {

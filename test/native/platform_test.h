@@ -4,7 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "apple/fake_apple.h"
 
@@ -20,3 +22,15 @@ std::string CaptureStderr(Fn fn) {
 
 // Names each TEST_P row after its `name` field.
 inline constexpr auto ByName = [](const auto& info) { return std::string(info.param.name); };
+
+// How often Apple's call `call` was made, and the calls among `wanted` in the
+// order they were made.
+inline long Count(const std::string& call) {
+  return std::count(fake::calls().begin(), fake::calls().end(), call);
+}
+inline std::vector<std::string> Asked(const std::vector<std::string>& wanted) {
+  std::vector<std::string> asked;
+  for (const std::string& call : fake::calls())
+    if (std::count(wanted.begin(), wanted.end(), call)) asked.push_back(call);
+  return asked;
+}

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "platform/platform.h"
+#include "platform/scoped.h"
 
 namespace vemora::platform::apple {
 
@@ -117,24 +118,6 @@ CfValue power_sources_at(PowerSourcesList list, long index);
 // source has no description or the description no "Type".
 CfValue power_source_type(PowerSourcesInfo info, CfValue source);
 
-// ---- Scoped ownership -------------------------------------------------------------------
-
-// Releases an object when the scope that took it ends, whatever the path out.
-template <typename Handle, void (*Release)(Handle)>
-class Scoped {
- public:
-  explicit Scoped(Handle handle) : handle_(handle) {}
-  ~Scoped() {
-    if (handle_) Release(handle_);
-  }
-  Scoped(const Scoped&) = delete;
-  Scoped& operator=(const Scoped&) = delete;
-
-  Handle get() const { return handle_; }
-  explicit operator bool() const { return static_cast<bool>(handle_); }
-
- private:
-  Handle handle_;
-};
+using platform::Scoped;
 
 }  // namespace vemora::platform::apple

@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "platform/platform.h"
+#include "platform/scoped.h"
 
 namespace vemora::platform::dxgi {
 
@@ -51,22 +52,6 @@ struct AdapterDesc {
 };
 Reading<AdapterDesc> adapter_desc(Adapter adapter);
 
-// Releases an object when the scope that took it ends, whatever the path out.
-template <typename Handle, void (*Release)(Handle)>
-class Scoped {
- public:
-  explicit Scoped(Handle handle) : handle_(handle) {}
-  ~Scoped() {
-    if (handle_) Release(handle_);
-  }
-  Scoped(const Scoped&) = delete;
-  Scoped& operator=(const Scoped&) = delete;
-
-  Handle get() const { return handle_; }
-  explicit operator bool() const { return handle_ != nullptr; }
-
- private:
-  Handle handle_;
-};
+using platform::Scoped;
 
 }  // namespace vemora::platform::dxgi

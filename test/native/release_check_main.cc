@@ -1,8 +1,5 @@
 // main() of the tests on the fake platform: a listener, so that no test can
 // skip the check that every object the fake lent was given back once.
-#include <map>
-#include <string>
-
 #include "platform_test.h"
 
 namespace {

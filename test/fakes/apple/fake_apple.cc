@@ -3,6 +3,7 @@
 #include "apple/fake_apple.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -29,7 +30,6 @@ struct State {
   // maybe-uninitialized false positive at -O3.
   std::unique_ptr<fake::Script> script = std::make_unique<fake::Script>();
   std::vector<std::string> calls;
-  std::vector<std::string> log_lines;
   std::map<const void*, std::unique_ptr<FakeObject>> live;
   std::map<HostPort, bool> host_ports;  // port -> still held
   HostPort next_port = 100;
@@ -219,9 +219,10 @@ void autorelease_pool_pop(AutoreleasePool pool) {
   TakeBack(pool, "pool", "autorelease_pool_pop");
 }
 
+// NSLog writes to the standard error stream too; the prefix marks what came through it.
 void ns_log(const char* message) {
   Record("NSLog");
-  state().log_lines.emplace_back(message);
+  std::fprintf(stderr, "NSLog: %s\n", message);
 }
 
 // ---- IOKit registry and CoreFoundation values ---------------------------------------
@@ -370,14 +371,12 @@ void reset() {
   auto& s = state();
   s.script = std::make_unique<Script>();
   s.calls.clear();
-  s.log_lines.clear();
   s.live.clear();
   s.host_ports.clear();
   s.misuse.clear();
 }
 
 const std::vector<std::string>& calls() { return state().calls; }
-const std::vector<std::string>& ns_log_lines() { return state().log_lines; }
 
 std::map<std::string, int> live_objects() {
   std::map<std::string, int> live;

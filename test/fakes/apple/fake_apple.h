@@ -75,8 +75,6 @@ void reset();
 // Apple's calls made since reset(), in order: the function's name, and for
 // sysctlbyname the key ("sysctlbyname hw.cputype").
 const std::vector<std::string>& calls();
-// Messages sent to NSLog since reset().
-const std::vector<std::string>& ns_log_lines();
 
 // Objects handed out and not yet released, by kind ("host port",
 // "metal device", "service", ...), and misuse seen (double release, release

@@ -5,14 +5,14 @@
 # one of its properties; the input that did it is kept in the artifacts folder.
 #
 #   scripts/fuzz.sh [target ...]        (default: every target)
-#   VEMORA_FUZZ_SECONDS=20              time per target
+#   VEMORA_FUZZ_SECONDS=60              time per target
 #   VEMORA_FUZZ_ARTIFACTS=build-fuzz/artifacts
 #
 # Replay a saved input: build-fuzz/test/fuzz/fuzz_<name> <artifact file>
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-seconds=${VEMORA_FUZZ_SECONDS:-20}
+seconds=${VEMORA_FUZZ_SECONDS:-60}
 out=build-fuzz
 artifacts=${VEMORA_FUZZ_ARTIFACTS:-$out/artifacts}
 

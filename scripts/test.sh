@@ -56,7 +56,7 @@ step "types" ./node_modules/.bin/tsd --files 'test/types/*.test-d.ts' --files 't
 step "benchmark, short run" bench_smoke
 step "format" bash -c "git ls-files -z -- '*.cc' '*.h' '*.mm' | xargs -0 clang-format --dry-run --Werror"
 step "sanitizers (ASan, UBSan)" scripts/sanitize.sh
-step "fuzzing (${VEMORA_FUZZ_SECONDS:-20} s per target)" scripts/fuzz.sh
+step "fuzzing (${VEMORA_FUZZ_SECONDS:-60} s per target)" scripts/fuzz.sh
 step "valgrind" scripts/valgrind.sh
 
 printf '\n== time per step\n'

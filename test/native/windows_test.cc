@@ -137,7 +137,7 @@ class Dxgi : public ::testing::Test {
   }
 };
 
-// Each with the device and subsystem ids of an RTX 4090 card.
+// Each with an RTX 4090's device and subsystem ids; the RTX's name has blanks to trim.
 auto Adapter(std::u16string name, std::uint32_t vendor, std::uint64_t dedicated, std::uint32_t luid,
              std::uint32_t flags = 0) {
   AdapterDesc desc{{}, vendor, 0x2684, 0x16F31043, dedicated, 0, 0, luid, 0, flags};

@@ -47,7 +47,6 @@ function beyondGlibc228(file) {
 
 test('each prebuilt binary is of its target\'s format and architecture', (t) => {
   if (!built.length) return t.skip('nothing in prebuilds/: run scripts/prebuild.sh');
-  for (const target of targets.filter((x) => !built.includes(x))) t.diagnostic(`${target}: not built here`);
   assert.deepEqual(built.map((target) => describe(fs.readFileSync(binary(target)))), built.map((target) => FORMATS[target]));
 });
 
@@ -55,9 +54,4 @@ test('each Linux binary loads on glibc 2.28: no newer symbol version, no library
   const linux = built.filter((target) => target.startsWith('linux-'));
   if (!linux.length) return t.skip('no Linux binary in prebuilds/');
   assert.deepEqual(linux.map((target) => [target, beyondGlibc228(binary(target))]), linux.map((target) => [target, []]));
-  // A build linked the usual way, as the prebuilt one was before, is refused.
-  const usual = path.join(root, 'build', 'Release', 'libvemora_bindings.node');
-  if (process.platform === 'linux' && fs.existsSync(usual)) {
-    assert.ok(beyondGlibc228(usual).some((need) => /^(GLIBCXX_|libstdc\+\+)/.test(need)), usual);
-  }
 });

@@ -9,9 +9,8 @@ const path = require('node:path');
 const { addonPath, fakeAddonPath, gpuFakeAddonPath, NVML_TWO_GPUS, runChild } = require('../harness/addon');
 
 const rows = [
-  ['random arguments and this values, on this machine', addonPath, []],
   ['random arguments and this values, on the fake Apple-silicon Mac', fakeAddonPath, []],
-  ['random arguments in workers terminated mid-run', addonPath, ['--workers']],
+  ['random arguments and this values, here, also in workers terminated mid-run', addonPath, ['--workers']],
   ['random arguments in workers terminated mid-run, with GPUs on the test NVML', gpuFakeAddonPath, ['--workers']],
 ];
 

@@ -36,10 +36,9 @@ test('exit codes and what goes where', (t) => {
 
 test('--json reports what the add-on reports', () => {
   const report = JSON.parse(run(['--json']).stdout);
-  assert.deepEqual(
-    [report.physicalRAM, report.physicalVRAM, report.vramByDevice, report.hardware, report.deviceType, Object.keys(report.allocationWouldFail)],
+  assert.deepEqual([report.physicalRAM, report.physicalVRAM, report.vramByDevice, report.hardware, report.deviceType],
     [VemoraCore.getMachinePhysicalRAM(), VemoraCore.getMachinePhysicalVRAM(), VemoraCore.getAvailableVRAMByDevice(),
-      VemoraCore.surveyHardware(), VemoraCore.getDeviceType(), ['1 GB', '8 GB', '32 GB', '128 GB']]);
+      VemoraCore.surveyHardware(), VemoraCore.getDeviceType()]);
   assert.ok(report.usedRAM <= report.physicalRAM && report.processRAM > 0);
 });
 

@@ -77,7 +77,6 @@ test('two spinning threads read their sum', { skip }, async (t) => {
   const figure = measure(two, 1000);
   const single = VemoraCore.getCpuUsage(one, 0);
   assert.ok(figure <= 202 && figure >= single + 10, `${figure}, one thread beside it ${single}`);
-  if (figure <= 100) t.diagnostic(`${figure}: fewer than two cores were free`);
 });
 
 test('no such process: -1, and one line naming the file or call and the reason', { skip }, () => {

@@ -1,7 +1,6 @@
 'use strict';
-// Random argument lists and `this` values for every method of VemoraCore and
-// its constructor, each outcome checked against ./methods.js, each call first
-// written to the trace file so that after a crash the file names it.
+// Random argument lists and `this` values for every method of VemoraCore and its constructor, each outcome checked
+// against ./methods.js, each call first written to the trace file so that after a crash the file names it.
 //   node fuzz-child.js [--workers] <trace>: with workers, also in workers terminated mid-run
 // Env: VEMORA_TEST_ADDON, FUZZ_SEED, FUZZ_RUNS (per method), FUZZ_ROUNDS.
 const fs = require('node:fs');
@@ -13,8 +12,7 @@ const { check, names } = require('./methods');
 
 const { VemoraCore } = require(process.env.VEMORA_TEST_ADDON);
 
-// Objects that throw at any look inside. fast-check inspects what it
-// generates, so it generates stand-ins, swapped in just before a call.
+// Objects that throw at any look inside. fast-check inspects what it generates: stand-ins are swapped in at the call.
 const trap = () => { throw new Error('trap'); };
 const revoked = Proxy.revocable({}, {});
 revoked.revoke();
@@ -34,25 +32,19 @@ const value = fc.oneof(
 
 function fuzz(seed, runs, traceFile) {
   const trace = fs.openSync(traceFile, 'w');
-  let calls = 0;
-  try {
-    for (const name of names(VemoraCore)) {
-      fc.assert(fc.property(value, fc.array(value, { maxLength: 5 }), (self, args) => {
-        const line = `${name}(${args.map(show).join(', ')})`.replace(/\s+/g, ' ');
-        fs.ftruncateSync(trace, fs.writeSync(trace, line, 0));
-        calls++;
-        check(VemoraCore, name, args.map(swapIn), swapIn(self), line);
-      }), { seed, numRuns: runs });
-    }
-  } finally {
-    fs.closeSync(trace);
+  for (const name of names(VemoraCore)) {
+    fc.assert(fc.property(value, fc.array(value, { maxLength: 5 }), (self, args) => {
+      const line = `${name}(${args.map(show).join(', ')})`.replace(/\s+/g, ' ');
+      fs.ftruncateSync(trace, fs.writeSync(trace, line, 0));
+      check(VemoraCore, name, args.map(swapIn), swapIn(self), line);
+    }), { seed, numRuns: runs });
   }
-  return calls;
+  fs.closeSync(trace);
+  return names(VemoraCore).length * runs;
 }
 
-// Four workers fuzz until terminated while the main thread fuzzes, and the
-// main thread fuzzes again once they are gone. Enough rounds for a class
-// reference shared between environments to crash.
+// Four workers fuzz until terminated while the main thread fuzzes, and the main thread fuzzes again once they are
+// gone. Enough rounds for a class reference shared between environments to crash.
 async function fuzzInWorkers(seed, runs, prefix) {
   let calls = 0;
   for (let round = 0; round < Number(process.env.FUZZ_ROUNDS || 25); round++) {

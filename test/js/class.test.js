@@ -1,6 +1,5 @@
 'use strict';
-// The class's static properties, and what the package's "exports" let a
-// consumer reach by the package's name.
+// The class's static properties, and what the package's "exports" let a consumer reach by the package's name.
 const test = require('node:test');
 const assert = require('node:assert/strict');
 const { VemoraCore: load, root } = require('../harness/addon');
@@ -28,10 +27,7 @@ test('require and import of the name give one class; only it and package.json ar
   assert.deepEqual([Object.keys(required), Object.keys(imported)], [['VemoraCore'], ['VemoraCore']]);
   assert.equal(required, require(root));
   assert.equal(imported.VemoraCore, required.VemoraCore);
-  const manifest = await import('libvemora/package.json', { with: { type: 'json' } });
-  assert.equal(manifest.default.version, require('libvemora/package.json').version);
-  for (const hidden of ['libvemora/index.js', 'libvemora/build/Release/libvemora_bindings.node']) {
-    assert.throws(() => require(hidden), { code: 'ERR_PACKAGE_PATH_NOT_EXPORTED' });
-    await assert.rejects(import(hidden), { code: 'ERR_PACKAGE_PATH_NOT_EXPORTED' });
-  }
+  assert.deepEqual((await import('libvemora/package.json', { with: { type: 'json' } })).default, require('libvemora/package.json'));
+  assert.throws(() => require('libvemora/index.js'), { code: 'ERR_PACKAGE_PATH_NOT_EXPORTED' });
+  await assert.rejects(import('libvemora/index.js'), { code: 'ERR_PACKAGE_PATH_NOT_EXPORTED' });
 });

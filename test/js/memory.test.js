@@ -7,7 +7,6 @@ const { VemoraCore: load, procBytes } = require('../harness/addon');
 const VemoraCore = load();
 const skip = process.platform !== 'linux';
 
-// The figure lies within `slack` of what /proc said just before and just after.
 function near(read, measure, slack) {
   const [before, ours, after] = [read(), measure(), read()];
   assert.ok(ours >= Math.min(before, after) - slack && ours <= Math.max(before, after) + slack,

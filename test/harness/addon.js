@@ -1,12 +1,13 @@
 'use strict';
-// Where the tests find the add-on: the package's build, unless a run points them at another (a sanitizer build, say).
+// Where the tests find the add-on: the package's build, unless a run points
+// them at another (a sanitizer build, say).
 const path = require('node:path');
 
 const root = path.resolve(__dirname, '..', '..');
 const addonPath = process.env.VEMORA_TEST_ADDON || path.join(root, 'build', 'Release', 'libvemora_bindings.node');
 const fakeAddonPath = process.env.VEMORA_TEST_FAKE_ADDON || path.join(root, 'build', 'fake-platform', 'libvemora_bindings.node');
-// Linux, with its GPUs from the test NVML (scripted through VEMORA_FAKE_NVML_SCRIPT, see test/fakes/nvml) and the
-// fixture tree amdgpu-discrete-handmade.
+// Linux, with its GPUs from the test NVML (scripted through VEMORA_FAKE_NVML_SCRIPT,
+// see test/fakes/nvml) and the fixture tree amdgpu-discrete-handmade.
 const gpuFakeAddonPath = process.env.VEMORA_TEST_GPU_FAKE_ADDON || path.join(root, 'build', 'gpu-fake', 'libvemora_bindings.node');
 const NVML_TWO_GPUS = 'driver|580.65.06\ncuda|12040\n' +
   'gpu|NVIDIA H100 80GB HBM3|85520809984|84900000000,84000000000|00000000:65:00.0|233010DE\n' +

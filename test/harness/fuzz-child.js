@@ -1,6 +1,7 @@
 'use strict';
-// Random argument lists and `this` values for every method of VemoraCore and its constructor, each outcome checked
-// against ./methods.js, each call first written to the trace file so that after a crash the file names it.
+// Random argument lists and `this` values for every method of VemoraCore and
+// its constructor, each outcome checked against ./methods.js, each call first
+// written to the trace file so that after a crash the file names it.
 //   node fuzz-child.js [--workers] <trace>: with workers, also in workers terminated mid-run
 // Env: VEMORA_TEST_ADDON, FUZZ_SEED, FUZZ_RUNS (per method), FUZZ_ROUNDS.
 const fs = require('node:fs');
@@ -12,7 +13,8 @@ const { check, names } = require('./methods');
 
 const { VemoraCore } = require(process.env.VEMORA_TEST_ADDON);
 
-// Objects that throw at any look inside. fast-check inspects what it generates: stand-ins are swapped in at the call.
+// Objects that throw at any look inside. fast-check inspects what it
+// generates, so it generates stand-ins, swapped in just before a call.
 const trap = () => { throw new Error('trap'); };
 const revoked = Proxy.revocable({}, {});
 revoked.revoke();
@@ -43,8 +45,9 @@ function fuzz(seed, runs, traceFile) {
   return names(VemoraCore).length * runs;
 }
 
-// Four workers fuzz until terminated while the main thread fuzzes, and the main thread fuzzes again once they are
-// gone. Enough rounds for a class reference shared between environments to crash.
+// Four workers fuzz until terminated while the main thread fuzzes, and the
+// main thread fuzzes again once they are gone. Enough rounds for a class
+// reference shared between environments to crash.
 async function fuzzInWorkers(seed, runs, prefix) {
   let calls = 0;
   for (let round = 0; round < Number(process.env.FUZZ_ROUNDS || 25); round++) {

@@ -1,6 +1,7 @@
 'use strict';
-// The one table of VemoraCore's methods: valid arguments, what a valid answer looks like, and which argument lists
-// each must refuse with which error; for the fuzzer, the leak loop and the installed-package check.
+// The one table of VemoraCore's methods: valid arguments, what a valid answer
+// looks like, and which argument lists each must refuse with which error; for
+// the fuzzer, the leak loop and the installed-package check.
 const MESSAGES = {
   TWO: 'Two arguments expected for GetCpuUsage',
   BOTH: 'Both GetCpuUsage arguments must be numbers!',
@@ -20,8 +21,9 @@ const bytes = (v) => Number.isInteger(v) && v >= -1;
 const plain = (v) => v !== null && typeof v === 'object' && Object.getPrototypeOf(v) === Object.prototype;
 const refuse = (message, error = TypeError) => ({ error, message });
 
-// name: [valid arguments, answer check, refusal for an argument list (or null), the argument list actually passed].
-// 'new' and 'call' are the constructor with and without new.
+// name: [valid arguments, answer check, refusal for an argument list (or
+// null), the argument list actually passed]. 'new' and 'call' are the
+// constructor with and without new.
 const methods = {
   getCpuUsage: [[process.pid, 0], (v) => v === -1 || v >= 0, (a) => (a.length < 2 ? refuse(TWO)
     : !num(a[0]) || !num(a[1]) ? refuse(BOTH) : !measuresCpu && int32(a[0]) > 0 ? refuse(NOT_MEASURED, Error) : null),
@@ -41,7 +43,8 @@ const methods = {
   call: [[], () => false, () => refuse(NO_NEW)],
 };
 
-// The table's names and every function-valued static: a method missing from either side fails the call made for it.
+// The table's names and every function-valued static: a method missing from
+// either side fails the call made for it.
 const names = (VemoraCore) => [...new Set(Object.keys(methods)
   .concat(Object.getOwnPropertyNames(VemoraCore).filter((n) => typeof VemoraCore[n] === 'function')))];
 

@@ -1,6 +1,7 @@
 'use strict';
-// The command line: exit codes (from a copy of the package without its add-on too), --json against the add-on, the
-// rows of an Apple-silicon Mac and of a Linux machine's GPUs.
+// The command line: exit codes (from a copy of the package without its add-on
+// too), --json against the add-on, the rows of an Apple-silicon Mac and of a
+// Linux machine's GPUs.
 const test = require('node:test');
 const assert = require('node:assert/strict');
 const fs = require('node:fs');

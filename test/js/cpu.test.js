@@ -1,8 +1,10 @@
 'use strict';
-// getCpuUsage on busy and idle children: on Linux against /proc/<pid>/stat and /proc/uptime read just before and just
-// after each call; on Windows (run here under Wine), which offers JavaScript no such peer, against what each child
-// reads of itself. Those peers are the close checks; the bands are wide enough for a loaded 2-core machine (at a load
-// average of 8, two spinning threads got a quarter of a core between them).
+// getCpuUsage on busy and idle children: on Linux against /proc/<pid>/stat and
+// /proc/uptime read just before and just after each call; on Windows (run here
+// under Wine), which offers JavaScript no such peer, against what each child
+// reads of itself. Those peers are the close checks; the bands are wide enough
+// for a loaded 2-core machine (at a load average of 8, two spinning threads got
+// a quarter of a core between them).
 const test = require('node:test');
 const assert = require('node:assert/strict');
 const { execFileSync, spawn } = require('node:child_process');
@@ -16,8 +18,9 @@ const linux = process.platform === 'linux';
 const skip = !linux && process.platform !== 'win32' && 'measured on Linux and Windows only';
 const HZ = linux ? Number(execFileSync('getconf', ['CLK_TCK'], { encoding: 'utf8' })) : 100;
 
-// Each child, once started (its thread too) and idle for 300 ms, reads itself at once (under Wine from GetProcessTimes,
-// not the process list read for another process), idles 100 ms while the test reads it too, then spins or idles.
+// Each child, once started (its thread too) and idle for 300 ms, reads itself at
+// once (under Wine from GetProcessTimes, not the process list the add-on reads
+// for another process), idles 100 ms while the test reads it too, then spins or idles.
 const SAY = `process.stdout.write(String(require(${JSON.stringify(addonPath)}).VemoraCore.getCpuUsage(process.pid, 0)))`;
 const then = (next) => `setTimeout(() => { ${SAY}; setTimeout(() => { ${next} }, 100); }, 300);`;
 const SPINNING = then('for (;;);');
@@ -41,7 +44,8 @@ async function child(script, t) {
   return [c.pid, Number(said)];
 }
 
-// The figure over a window, or at once (0): on Linux what /proc says of the same span, or of the lifetime.
+// The figure over a window, or at once (0): on Linux what /proc says of the
+// same span, or of the lifetime.
 function measure(pid, windowMs) {
   const before = linux && peer(pid);
   const started = process.hrtime.bigint();
@@ -68,8 +72,9 @@ test('the first call answers at once; a spinning child reads near 100 and an idl
   }
 });
 
-// Above 100 where two cores are free; wherever they are not, still more than a one-thread child spinning beside it
-// over the same span (from the history of its calls at once): every thread counts.
+// Above 100 where two cores are free; wherever they are not, still more than
+// a one-thread child spinning beside it over the same span (from the history
+// of its calls at once): every thread counts.
 test('two spinning threads read their sum', { skip }, async (t) => {
   const [[one], [two]] = [await child(SPINNING, t), await child(TWO_SPINNING, t)];
   await sleep(200);

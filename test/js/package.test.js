@@ -1,7 +1,8 @@
 'use strict';
-// The packages of scripts/pack.sh (or VEMORA_PACKAGES) as users get them: installed with no compiler on the PATH,
-// every method called through require and import from the prebuilt binary; then, without it, built from source as the
-// loader's message says.
+// The packages of scripts/pack.sh (or VEMORA_PACKAGES) as users get them:
+// installed with no compiler on the PATH, every method called through require
+// and import from the prebuilt binary; then, without it, built from source as
+// the loader's message says.
 const test = require('node:test');
 const assert = require('node:assert/strict');
 const fs = require('node:fs');

@@ -16,12 +16,11 @@ const MiB = 2 ** 20;
 const inChild = (expression, options) =>
   runChild('-e', [`const { VemoraCore: V } = require(process.env.VEMORA_TEST_ADDON); process.stdout.write(JSON.stringify(${expression}))`], options);
 
-test('RAM is what os reports; an allocation of 64 times the RAM would fail', { skip }, () => {
+test('RAM is what os reports', { skip }, () => {
   const VemoraCore = load();
   assert.equal(VemoraCore.getMachinePhysicalRAM(), os.totalmem());
   const [before, available, after] = [os.freemem(), VemoraCore.getAvailableRAM(), os.freemem()];
   assert.ok(Math.abs(available - (before + after) / 2) < 64 * MiB + Math.abs(before - after), `${available} vs ${before}`);
-  assert.equal(VemoraCore.willFailToAllocate(64 * os.totalmem()), true);
 });
 
 // The larger of the working set (rss) and the private bytes, of the process asked about.

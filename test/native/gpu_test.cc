@@ -3,12 +3,10 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <tuple>
 
 #include "platform/gpu_list.h"
 #include "platform/linux/linux_gpus.h"
@@ -45,15 +43,31 @@ std::string Show(const GpuList& list, bool described = false) {
   return out;
 }
 
-// ---- The list: a sum past 64 bits, which no machine reaches. The JavaScript tests drive the
-// rest, a list with no GPU and a GPU without a figure among it (on Linux and under Wine).
+// ---- The list: what only hand-built readings reach (the JavaScript tests drive the rest) ----
 
-TEST(GpuListOf, SumPast64Bits) {
-  const platform::GpuReading half{"B", "NVML", {}, {}, "", 1ull << 63, 1, "", {}};
+// The two sums, then the lines they wrote.
+std::string Sums(const GpuList& list) {
   ::testing::internal::CaptureStderr();
-  const auto total = platform::TotalBytesOf({{half, half}, {}});
-  EXPECT_EQ(std::make_tuple(total.error, ::testing::internal::GetCapturedStderr()),
-            std::make_tuple(EOVERFLOW, "GPU memory: the GPUs' figures add up past 64 bits\n"));
+  const auto total = platform::TotalBytesOf(list), free = platform::FreeBytesOf(list);
+  return Show(total.ok() ? Bytes(total.value) : Bytes()) + " " +
+         Show(free.ok() ? Bytes(free.value) : Bytes()) + "\n" +
+         ::testing::internal::GetCapturedStderr();
+}
+
+TEST(GpuListOf, NoGpuAndSumsPast64Bits) {
+  const GpuList none{{}, {{"NVML could not be loaded (x)", false}, {"no card", false}}};
+  const std::string why = "No GPU found: NVML could not be loaded (x); no card.";
+  const auto found = platform::SurveyOf(none).first;
+  const auto overall = platform::LiveMemoryOf(none).first;
+  EXPECT_EQ(std::tie(found.code, found.message, overall.code, overall.message),
+            std::make_tuple(ResultCode::NoDevicesFound, why, ResultCode::NoDevicesFound, why));
+  EXPECT_EQ(Sums(none), "- -\nGPU memory: " + why + "\nGPU memory: " + why + "\n");
+  const auto gpu = [](Bytes free, const char* error) {
+    return platform::GpuReading{"B", "NVML", {}, {}, "", 1ull << 63, free, error, {}};
+  };
+  EXPECT_EQ(Sums({{gpu(1, ""), gpu(std::nullopt, "used: EISDIR")}, {}}),
+            "- -\nGPU memory: the GPUs' figures add up past 64 bits\n"
+            "GPU memory: B (GPU 1): used: EISDIR\n");
 }
 
 // ---- NVML on the test NVML ---------------------------------------------------------------

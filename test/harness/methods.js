@@ -2,16 +2,13 @@
 // The one table of VemoraCore's methods: valid arguments, what a valid answer
 // looks like, and which argument lists each must refuse with which error; for
 // the fuzzer, the leak loop and the installed-package check.
-const MESSAGES = {
-  TWO: 'Two arguments expected for GetCpuUsage',
-  BOTH: 'Both GetCpuUsage arguments must be numbers!',
-  NOT_MEASURED: 'GetCpuUsage not yet implemented for Mac!',
-  ONE: 'One argument expected for GetProcessUsedRAM',
-  PID: 'GetProcessUsedRAM PID must be a non-negative number!',
-  NUMBER: 'A number was expected', // Node-API's own text for napi_number_expected
-  NO_NEW: "Class constructors cannot be invoked without 'new'",
-};
-const { TWO, BOTH, NOT_MEASURED, ONE, PID, NUMBER, NO_NEW } = MESSAGES;
+const TWO = 'Two arguments expected for GetCpuUsage';
+const BOTH = 'Both GetCpuUsage arguments must be numbers!';
+const NOT_MEASURED = 'GetCpuUsage not yet implemented for Mac!';
+const ONE = 'One argument expected for GetProcessUsedRAM';
+const PID = 'GetProcessUsedRAM PID must be a non-negative number!';
+const NUMBER = 'A number was expected'; // Node-API's own text for napi_number_expected
+const NO_NEW = "Class constructors cannot be invoked without 'new'";
 
 const int32 = (n) => n | 0; // what napi_get_value_int32 makes of a number
 // getCpuUsage measures everywhere but on macOS, and on the fake Mac.
@@ -67,4 +64,4 @@ function check(VemoraCore, name, args, self = VemoraCore, label = name) {
 
 const callEverything = (VemoraCore) => names(VemoraCore).map((name) => check(VemoraCore, name, methods[name][0]) ?? name);
 
-module.exports = { MESSAGES, methods, names, check, callEverything };
+module.exports = { methods, names, check, callEverything };

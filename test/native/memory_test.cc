@@ -33,10 +33,6 @@ void Wire(S s, long long limit_gib, long long wired_gib, long long working_set_g
   s.vm64.value.wire_count = static_cast<std::uint32_t>(wired_gib * kGiB / 16384);
   s.working_set = working_set_gib * kGiB;
 }
-void TwoProcesses(S s) {
-  s.processes[41] = Value(ProcessMemory{500'000'000, 420'000'000});
-  s.processes[42] = Value(ProcessMemory{420'000'000, 500'000'000});
-}
 
 // clang-format off
 Reading<std::uint64_t> U64(std::uint64_t value) { return Value(value); }
@@ -110,8 +106,8 @@ const Row kRows[] = {
     {"alloc_negative_size", Keep, Fails<-1>, true, ""},
     {"alloc_32_bit_statistics_unreadable", [](S s) { s.vm32 = Failure<VmPageCounts>(5); }, Fails<1LL << 62>, false,
      "Failed to get VM statistics.\n"},
-    {"process_resident_larger", TwoProcesses, Process<41>, 500'000'000, ""},
-    {"process_footprint_larger", TwoProcesses, Process<42>, 500'000'000, ""},
+    {"process_footprint_larger_than_resident", [](S s) { s.processes[42] = Value(ProcessMemory{420'000'000, 500'000'000}); },
+     Process<42>, 500'000'000, ""},
     {"process_no_such_pid", Keep, Process<43>, -1, "Failed to retrieve resource usage for pid 43\n"},
     {"process_pid_zero", Keep, Process<0>, -1, "Failed to get used RAM for PID '0' since PID must be positive!\n"},
     {"process_pid_negative", Keep, Process<-5>, -1, "Failed to get used RAM for PID '-5' since PID must be positive!\n"},

@@ -140,6 +140,16 @@ Reading<std::string> ReadAttribute(const char* root, const char* path) {
   return Value(std::string(linux_text::FirstLine({text, length})));
 }
 
+// "/proc/<pid><file>" into path (64 bytes hold any int and the file names
+// used here), the number written without printf's machinery.
+template <std::size_t N>
+void ProcPath(int pid, const char (&file)[N], char (&path)[64]) {
+  static_assert(N <= 64 - sizeof "/proc/-2147483648");
+  std::memcpy(path, "/proc/", 6);
+  char* end = std::to_chars(path + 6, path + sizeof path, pid).ptr;
+  std::memcpy(end, file, N);
+}
+
 }  // namespace
 
 int ReadSmallFile(const char* root, const char* path, char* buffer, std::size_t capacity,
@@ -227,10 +237,8 @@ std::optional<std::uint64_t> MemAvailableFromText(std::string_view text) {
 
 Reading<ProcessMemory> ReadProcessMemory(const char* root, int pid) {
   if (pid <= 0) return Failure<ProcessMemory>(ESRCH);
-  // "/proc/<pid>/status", the number written without printf's machinery.
-  char path[64] = "/proc/";
-  char* end = std::to_chars(path + 6, path + sizeof path, pid).ptr;
-  std::memcpy(end, "/status", sizeof "/status");
+  char path[64];
+  ProcPath(pid, "/status", path);
   KeyedNumber wanted[kStatusKeys];
   WantStatus(wanted);
   if (const int error = ReadKeyedNumbers(root, path, wanted, kStatusKeys)) {
@@ -248,9 +256,8 @@ Reading<ProcessMemory> ProcessMemoryFromStatusText(std::string_view text) {
 
 Reading<ProcessCpuTimes> ReadProcessCpuTimes(const char* root, int pid) {
   if (pid <= 0) return Failure<ProcessCpuTimes>(ESRCH);
-  char path[64] = "/proc/";
-  char* end = std::to_chars(path + 6, path + sizeof path, pid).ptr;
-  std::memcpy(end, "/stat", sizeof "/stat");
+  char path[64];
+  ProcPath(pid, "/stat", path);
   char text[kStatCapacity];
   std::size_t length = 0;
   if (const int error = ReadSmallFile(root, path, text, sizeof text, &length)) {

@@ -59,7 +59,7 @@ TEST_P(CpuSurvey, FillsWhatTheKernelAnswers) {
             std::tie(row.expected.name, row.expected.architecture,
                      row.expected.supportedInstructionSetExtensions));
   // Only an x86_64 CPU is asked about AVX2.
-  EXPECT_EQ(Count("sysctlbyname hw.optional.avx2_0"), row.cpu_type == kX86_64);
+  EXPECT_EQ(fake::count("sysctlbyname hw.optional.avx2_0"), row.cpu_type == kX86_64);
 }
 
 // clang-format off
@@ -98,7 +98,7 @@ TEST_P(GpuSurvey, DescribesTheOneAppleGpu) {
   std::vector<std::string> probes;
   for (long family = 1020; family > 1020 - row.family_probes; --family)
     probes.push_back("supportsFamily " + std::to_string(family));
-  EXPECT_EQ(Asked({"supportsFamily"}), probes);
+  EXPECT_EQ(fake::asked({"supportsFamily"}), probes);
 }
 
 std::map<std::string, std::string> Other(const char* family, const char* version) {
@@ -128,7 +128,7 @@ TEST(GpuSurvey, AsksMemoryBeforeMetalInsideOnePool) {
   const std::vector<std::string> order = {"sysctlbyname hw.cputype", "sysctl_hw_memsize", "recommendedMaxWorkingSetSize",
       "objc_autoreleasePoolPush", "name", "sysctlbyname kern.osproductversion", "objc_autoreleasePoolPop"};
   // clang-format on
-  EXPECT_EQ(Asked(order), order);
+  EXPECT_EQ(fake::asked(order), order);
 }
 
 // The GPU half first: off 64-bit ARM it asks nothing but the CPU type. Each
@@ -170,7 +170,7 @@ TEST_P(Classification, FollowsTheRulesInOrder) {
   fake::script().hw_model = row.model ? Value(*row.model + '\0') : Failure<std::string>(2);
   if (!battery) fake::script().power_sources.clear();
   EXPECT_EQ(GetDeviceType(), battery && row.battery_decides ? kLaptop : row.without_battery);
-  EXPECT_EQ(Count("IOPSCopyPowerSourcesInfo"), row.battery_decides);
+  EXPECT_EQ(fake::count("IOPSCopyPowerSourcesInfo"), row.battery_decides);
 }
 
 // Each prefix rule, with "Macmini" on a model not in the table; the identifier tables' first
@@ -213,7 +213,7 @@ class Device : public ::testing::TestWithParam<DeviceRow> {};
 TEST_P(Device, TakesTheIdentifierAndScansForABattery) {
   GetParam().arrange(fake::script());
   EXPECT_EQ(GetDeviceType(), GetParam().expected);
-  EXPECT_EQ(Count("CFStringCompare"), GetParam().comparisons);
+  EXPECT_EQ(fake::count("CFStringCompare"), GetParam().comparisons);
 }
 
 // clang-format off

@@ -1,10 +1,9 @@
 // The Windows logic on any OS: SMBIOS tables made after DMTF DSP0134, the page
-// file, the battery flag, UTF-16 names, DXGI's adapters on a fake that checks
-// every release, and their join with NVML's GPUs.
+// file, the battery flag, UTF-16 names, DXGI's adapters on a fake whose main()
+// checks every release, and their join with NVML's GPUs.
 #include <gtest/gtest.h>
 
 #include <array>
-#include <map>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -127,16 +126,6 @@ std::string Show(const GpuList& list, bool memory = false) {
   return out;
 }
 
-// Every object the fake lent came back once, on every path.
-class Dxgi : public ::testing::Test {
- protected:
-  void SetUp() override { fake::reset(); }
-  void TearDown() override {
-    EXPECT_EQ(fake::live_objects(), (std::map<std::string, int>{})) << "objects never released";
-    EXPECT_EQ(fake::misuse(), std::vector<std::string>{});
-  }
-};
-
 // Each with an RTX 4090's device and subsystem ids; the RTX's name has blanks to trim.
 auto Adapter(std::u16string name, std::uint32_t vendor, std::uint64_t dedicated, std::uint32_t luid,
              std::uint32_t flags = 0) {
@@ -153,7 +142,7 @@ struct DxgiRow {
   void (*arrange)(fake::Script&);
   const char* expected;  // Show() of what DXGI lists
 };
-class DxgiRows : public Dxgi, public ::testing::WithParamInterface<DxgiRow> {};
+class DxgiRows : public ::testing::TestWithParam<DxgiRow> {};
 TEST_P(DxgiRows, ListsEachHardwareAdapterOnce) {
   GetParam().arrange(fake::script());
   EXPECT_EQ(Show(gpu::ReadDxgiAdapters()), GetParam().expected);
@@ -190,7 +179,7 @@ TEST(DxgiClassify, VendorAndCarveOut) {
 
 // The hybrid laptop's integrated GPU, and its RTX with its ids laid out as
 // NVML's and no free figure.
-TEST_F(Dxgi, AdaptersAsReadings) {
+TEST(Dxgi, AdaptersAsReadings) {
   fake::script().adapters = {kIntelUhd, kRtx};
   const GpuList list = gpu::ReadDxgiAdapters();
   ASSERT_EQ(list.gpus.size(), 2u);

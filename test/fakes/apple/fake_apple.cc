@@ -378,6 +378,21 @@ void reset() {
 
 const std::vector<std::string>& calls() { return state().calls; }
 
+std::vector<std::string> asked(const std::vector<std::string>& prefixes) {
+  std::vector<std::string> asked;
+  for (const std::string& call : state().calls) {
+    for (const std::string& prefix : prefixes) {
+      if (call.rfind(prefix, 0) == 0) {
+        asked.push_back(call);
+        break;
+      }
+    }
+  }
+  return asked;
+}
+
+long count(const std::string& prefix) { return static_cast<long>(asked({prefix}).size()); }
+
 std::map<std::string, int> live_objects() {
   std::map<std::string, int> live;
   for (const auto& [pointer, object] : state().live) ++live[object->kind];

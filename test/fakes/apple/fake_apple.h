@@ -75,6 +75,10 @@ void reset();
 // Apple's calls made since reset(), in order: the function's name, and for
 // sysctlbyname the key ("sysctlbyname hw.cputype").
 const std::vector<std::string>& calls();
+// Those calls that begin with one of `prefixes`, in order, and how many begin
+// with `prefix`.
+std::vector<std::string> asked(const std::vector<std::string>& prefixes);
+long count(const std::string& prefix);
 
 // Objects handed out and not yet released, by kind ("host port",
 // "metal device", "service", ...), and misuse seen (double release, release

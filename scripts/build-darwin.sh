@@ -25,6 +25,11 @@ toolchain=${VEMORA_DARWIN_TOOLCHAIN:-$PWD/tools/darwin-$arch.cmake}
 addon="$out/Release/libvemora_bindings.node"
 file "$addon"
 file "$addon" | grep -q "Mach-O 64-bit $arch bundle" || { echo "not a Mach-O $arch bundle" >&2; exit 1; }
+# macOS on Apple silicon refuses code without a signature; the linker signs ad hoc.
+if [ "$arch" = arm64 ] && ! llvm-objdump-19 --macho --private-headers "$addon" | grep -q 'cmd LC_CODE_SIGNATURE$'; then
+  echo "the darwin arm64 bundle is not signed" >&2
+  exit 1
+fi
 # The bundle links with -undefined dynamic_lookup, so a platform reading
 # missing from the darwin sources would only fail when macOS loads it.
 missing=$(llvm-nm-19 -u "$addon" | grep -E 'vemora|formatBytes|_Mac' || true)

@@ -6,7 +6,7 @@ set -euo pipefail
 arch=$1
 sysroot=${VEMORA_DARWIN_SYSROOT:-/tmp/darwin/root}
 [ -d "$sysroot" ] || { echo "darwin needs the macOS sysroot $sysroot (VEMORA_DARWIN_SYSROOT)"; exit 3; }
-for tool in clang-19 ld64.lld-19 llvm-nm-19; do
+for tool in clang-19 ld64.lld-19 llvm-nm-19 llvm-objdump-19; do
   command -v "$tool" >/dev/null || { echo "darwin needs $tool (Debian: clang-19 lld-19 llvm-19)"; exit 3; }
 done
 scripts/build-darwin.sh "$sysroot" "build-darwin-$arch" "$arch"

@@ -70,8 +70,6 @@ TEST(GpuListOf, NoGpuAndSumsPast64Bits) {
             "GPU memory: B (GPU 1): used: EISDIR\n");
 }
 
-// ---- NVML on the test NVML ---------------------------------------------------------------
-
 struct NvmlRow {
   const char* name;
   const char* library;
@@ -108,8 +106,6 @@ TEST(Nvml, WhatItLists) {
   }
 }
 
-// ---- amdgpu on the machine trees ---------------------------------------------------------
-
 struct TreeRow {
   const char* name;
   const char* tree;
@@ -143,8 +139,6 @@ TEST(Amdgpu, WhatTheTreesList) {
     EXPECT_EQ(Show(list, row.describe), row.expected) << row.name;
   }
 }
-
-// ---- The parsers -------------------------------------------------------------------------
 
 // What the trees and the fuzz target's properties leave out.
 TEST(AmdgpuTexts, Parse) {

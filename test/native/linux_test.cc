@@ -34,8 +34,6 @@ TEST(ProcText, KeyedNumbers) {
   }
 }
 
-// ---- Machine trees: what each reader gives, as text ------------------------------------
-
 std::string Errno(int error) { return strerrorname_np(error); }
 std::string Kib(Number bytes) { return bytes ? std::to_string(*bytes / 1024) : "-"; }
 
@@ -98,8 +96,6 @@ TEST(MachineTrees, Read) {
   }
 }
 
-// ---- CPU times ----------------------------------------------------------------------------
-
 TEST(CpuTimes, UptimeAndStatText) {
   const std::pair<const char*, Number> uptimes[] = {
       {"0.1234567891", 123'456'789}, {"915. 1", std::nullopt}, {"18446744074.00 1", std::nullopt}};
@@ -113,8 +109,6 @@ TEST(CpuTimes, UptimeAndStatText) {
   EXPECT_EQ(std::make_tuple(odd.value.user_ns, odd.value.system_ns, odd.value.start_ns),
             std::make_tuple(1'333'333'333ull, 1'666'666'666ull, 2'333'333'333ull));
 }
-
-// ---- Survey texts ------------------------------------------------------------------------
 
 TEST(SurveyTexts, CpuinfoArchitectureAndBattery) {
   const auto flags = text::ParseCpuinfo("model name\t: X\nflags\t\t: fpu avx2x avx512f\n");

@@ -29,8 +29,6 @@ using Bytes = std::optional<std::uint64_t>;
 constexpr std::uint64_t kMiB = 1ull << 20, kGiB = 1ull << 30;
 constexpr auto ByName = [](const auto& info) { return std::string(info.param.name); };
 
-// ---- SMBIOS ---------------------------------------------------------------------
-
 // A structure: its header (type, length, handle 0), the rest of its formatted
 // area, then its strings.
 std::string Structure(char type, const std::string& formatted, std::vector<std::string> strings) {
@@ -79,8 +77,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, Smbios, ::testing::ValuesIn(std::vector<SmbiosRow
 }), ByName);
 // clang-format on
 
-// ---- Page file, battery, text ------------------------------------------------
-
 TEST(WindowsText, PageFileBeyondPhysical) {
   // {total phys, avail phys, total page file, avail page file, total, used}
   const std::array<std::uint64_t, 6> rows[] = {
@@ -106,8 +102,6 @@ TEST(WindowsText, BatteryFlagAndNames) {
   };
   for (const auto& [utf16, utf8] : names) EXPECT_EQ(text::Utf16ToUtf8(utf16), utf8);
 }
-
-// ---- DXGI adapters, on the fake, and the NVML join --------------------------------
 
 // Each GPU by name, with `memory` followed by "total/free" (or "total/- why"),
 // then each note.
@@ -233,8 +227,6 @@ INSTANTIATE_TEST_SUITE_P(Rows, Join, ::testing::ValuesIn(std::vector<JoinRow>{
 // clang-format on
 
 #ifdef _WIN32
-// ---- LoadLibrary, for nvml.dll ----------------------------------------------------
-
 TEST(Library, LoadsFromSystem32AndNamesTheError) {
   namespace library = vemora::platform::library;
   std::string error;

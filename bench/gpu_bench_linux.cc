@@ -1,5 +1,5 @@
-// The Linux GPU readings on the test NVML (scripted through
-// VEMORA_FAKE_NVML_SCRIPT, as bench/run.js does) and on an amdgpu fixture
+// The Linux GPU readings on the test NVML (its two GPUs, as bench/run.js
+// leaves it) and on an amdgpu fixture
 // tree, each alone and both together as the test-only add-on build/gpu-fake
 // reads them; and what starting NVML costs the first call, on the test NVML.
 #include <benchmark/benchmark.h>

@@ -17,8 +17,8 @@ const { VemoraCore } = require(root);
 
 const pid = process.pid;
 
-// The test-only add-on whose GPUs come from the test NVML (scripted by
-// bench/run.js through VEMORA_FAKE_NVML_SCRIPT) and an amdgpu fixture tree:
+// The test-only add-on whose GPUs come from the test NVML (its two GPUs) and
+// an amdgpu fixture tree:
 // the GPU methods on machines this one is not. Its first call loads and
 // starts the test NVML, timed here before anything else calls it.
 const GPU_FAKE = path.join(config.buildDir, 'gpu-fake', 'libvemora_bindings.node');

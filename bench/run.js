@@ -111,13 +111,10 @@ function median(values) {
   return sorted[Math.floor(sorted.length / 2)];
 }
 
-// What the test NVML lists: two GPUs, as the JavaScript tests script it.
-const { NVML_TWO_GPUS } = require('../test/harness/addon');
-
 function measure(config) {
   const result = run(process.execPath, ['--expose-gc', path.join(__dirname, 'measure.js')], {
     stdio: ['ignore', 'pipe', config.stderr],
-    env: { ...process.env, VEMORA_BENCH_CONFIG: JSON.stringify(config), VEMORA_FAKE_NVML_SCRIPT: NVML_TWO_GPUS },
+    env: { ...process.env, VEMORA_BENCH_CONFIG: JSON.stringify(config) },
   });
   let report;
   try {

@@ -6,12 +6,10 @@ const path = require('node:path');
 const root = path.resolve(__dirname, '..', '..');
 const addonPath = process.env.VEMORA_TEST_ADDON || path.join(root, 'build', 'Release', 'libvemora_bindings.node');
 const fakeAddonPath = process.env.VEMORA_TEST_FAKE_ADDON || path.join(root, 'build', 'fake-platform', 'libvemora_bindings.node');
-// Linux, with its GPUs from the test NVML (scripted through VEMORA_FAKE_NVML_SCRIPT,
-// see test/fakes/nvml) and the fixture tree amdgpu-discrete-handmade.
+// Linux, with its GPUs from the test NVML (an H100 and an RTX 4090 unless
+// VEMORA_FAKE_NVML_SCRIPT says otherwise, see test/fakes/nvml) and the fixture
+// tree amdgpu-discrete-handmade.
 const gpuFakeAddonPath = process.env.VEMORA_TEST_GPU_FAKE_ADDON || path.join(root, 'build', 'gpu-fake', 'libvemora_bindings.node');
-const NVML_TWO_GPUS = 'driver|580.65.06\ncuda|12040\n' +
-  'gpu|NVIDIA H100 80GB HBM3|85520809984|84900000000,84000000000|00000000:65:00.0|233010DE\n' +
-  'gpu|NVIDIA GeForce RTX 4090|25757220864|25000000000|00000000:B3:00.0|268410DE\n';
 
 // /proc/meminfo or /proc/<pid>/status as key -> bytes.
 function procBytes(file) {
@@ -24,4 +22,4 @@ const runChild = (script, args = [], options = {}) => require('node:child_proces
   encoding: 'utf8', timeout: 120000, maxBuffer: 256 * 2 ** 20, env: { ...process.env, VEMORA_TEST_ADDON: addonPath }, ...options,
 });
 
-module.exports = { root, addonPath, fakeAddonPath, gpuFakeAddonPath, NVML_TWO_GPUS, procBytes, runChild, VemoraCore: () => require(addonPath).VemoraCore };
+module.exports = { root, addonPath, fakeAddonPath, gpuFakeAddonPath, procBytes, runChild, VemoraCore: () => require(addonPath).VemoraCore };

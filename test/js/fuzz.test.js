@@ -6,7 +6,7 @@ const assert = require('node:assert/strict');
 const fs = require('node:fs');
 const os = require('node:os');
 const path = require('node:path');
-const { addonPath, fakeAddonPath, gpuFakeAddonPath, NVML_TWO_GPUS, runChild } = require('../harness/addon');
+const { addonPath, fakeAddonPath, gpuFakeAddonPath, runChild } = require('../harness/addon');
 
 const rows = [
   ['random arguments and this values, on the fake Apple-silicon Mac', fakeAddonPath, []],
@@ -19,7 +19,7 @@ for (const [name, addon, mode] of rows) {
     const dir = fs.mkdtempSync(path.join(os.tmpdir(), 'vemora-fuzz-'));
     t.after(() => fs.rmSync(dir, { recursive: true, force: true }));
     const run = runChild(path.join(__dirname, '..', 'harness', 'fuzz-child.js'), [...mode, path.join(dir, 'trace')],
-      { env: { ...process.env, VEMORA_TEST_ADDON: addon, VEMORA_FAKE_NVML_SCRIPT: NVML_TWO_GPUS } });
+      { env: { ...process.env, VEMORA_TEST_ADDON: addon } });
     const last = fs.readdirSync(dir).map((f) => `${f}: ${fs.readFileSync(path.join(dir, f), 'utf8')}`).join('\n');
     assert.deepEqual([run.signal, run.status], [null, 0], `last calls:\n${last}\n${run.stderr.split('\n').slice(-40).join('\n')}`);
     assert.match(run.stdout, /^\d+ calls, seed \d+\n$/);

@@ -11,6 +11,7 @@
 //   v2|3                         nvmlDeviceGetMemoryInfo_v2 answers 3 (NOT_SUPPORTED)
 //   gpu|name|total|free,free,...|busId|pciDeviceId (hex)|handle status|memory status
 //
+// Without a script it is a machine with an H100 and an RTX 4090 (kTwoGpus).
 // A GPU's free figures are given out one per memory call, the last one kept.
 // Built twice: as is, and without nvmlDeviceGetMemoryInfo_v2 (older drivers).
 // Starting it again while it runs aborts: the add-on starts NVML once.
@@ -43,6 +44,11 @@ struct State {
 
 std::mutex mutex;
 State state;
+
+constexpr const char* kTwoGpus =
+    "driver|580.65.06\ncuda|12040\n"
+    "gpu|NVIDIA H100 80GB HBM3|85520809984|84900000000,84000000000|00000000:65:00.0|233010DE\n"
+    "gpu|NVIDIA GeForce RTX 4090|25757220864|25000000000|00000000:B3:00.0|268410DE\n";
 
 std::vector<std::string> Fields(const std::string& line) {
   std::vector<std::string> fields;
@@ -131,7 +137,7 @@ int nvmlInit_v2() {
     std::abort();
   }
   const char* script = std::getenv("VEMORA_FAKE_NVML_SCRIPT");
-  if (!state.scripted && script != nullptr) Parse(script);
+  if (!state.scripted) Parse(script != nullptr ? script : kTwoGpus);
   state.running = state.init == 0;
   return state.init;
 }

@@ -2,9 +2,9 @@
 # Runs every test: builds the add-on, the native tests, the test-only add-on
 # on the fake platform and the benchmarks, then the native tests (with the
 # fixture trees); builds and packs every prebuilt add-on this machine can
-# (installing the cross tools when missing); runs the JavaScript tests (the
-# prebuilt binaries' formats and glibc floor among them), installs the packed
-# packages with no compiler on the PATH and builds from source without them,
+# (installing the cross tools when missing); runs the JavaScript tests,
+# installs the packed packages (each Linux binary's glibc floor checked) with
+# no compiler on the PATH and builds from source without them,
 # tests the win32-x64 add-on under Wine, runs the quick suites on linux-arm64
 # under qemu-user and the suite on the
 # oldest and newest Node major; then the type test, a short run of the

@@ -1,8 +1,9 @@
 'use strict';
 // The packages of scripts/pack.sh (or VEMORA_PACKAGES) as users get them:
-// installed with no compiler on the PATH, every method called through require
-// and import from the prebuilt binary; then, without it, built from source as
-// the loader's message says.
+// what each holds (each Linux binary loads on glibc 2.28), installed with no
+// compiler on the PATH, every method called through require and import from
+// the prebuilt binary; then, without it, built from source as the loader's
+// message says.
 const test = require('node:test');
 const assert = require('node:assert/strict');
 const fs = require('node:fs');
@@ -35,6 +36,19 @@ console.log(JSON.stringify([require(${methods}).callEverything(VemoraCore), Obje
 console.log(JSON.stringify([callEverything(VemoraCore), VemoraCore === createRequire(import.meta.url)('libvemora').VemoraCore]));`,
 };
 
+// What the dynamic loader would refuse on glibc 2.28: a newer GLIBC_ version, any other library's version (GLIBCXX_,
+// CXXABI_, GCC_: libstdc++ and libgcc belong inside), another library.
+const GLIBC_OWN = /^(libc\.so\.6|libm\.so\.6|libpthread\.so\.0|libdl\.so\.2|ld-linux-(x86-64\.so\.2|aarch64\.so\.1))$/;
+function beyondGlibc228(file) {
+  const out = sh('readelf', ['-V', '-d', '--wide', file]);
+  const versions = [...out.matchAll(/Name: (\S+)\s+Flags/g)].map(([, v]) => v).filter((v) => {
+    const [, major, minor] = /^GLIBC_(\d+)\.(\d+)/.exec(v) ?? [];
+    return !major || Number(major) * 1000 + Number(minor) > 2028;
+  });
+  const libraries = [...out.matchAll(/\(NEEDED\)\s+Shared library: \[(.+)\]/g)].map(([, l]) => l).filter((l) => !GLIBC_OWN.test(l));
+  return [...new Set(versions)].concat(libraries);
+}
+
 function project(work, name) {
   const dir = path.join(work, name);
   fs.mkdirSync(dir);
@@ -66,6 +80,9 @@ test('packed, installed with no compiler on the PATH, loaded from the prebuilt p
     assert.deepEqual([files.sort(), platform.name, platform.version, platform.os, platform.cpu, platform.libc, platform.main],
       [['LICENSE', 'README.md', 'libvemora_bindings.node', 'package.json'], name, version, [system], [cpu],
         system === 'linux' ? ['glibc'] : undefined, 'libvemora_bindings.node'], name);
+    if (system !== 'linux') continue;
+    sh('tar', ['-xzf', tarball(name), '-C', work, 'package/libvemora_bindings.node'], dir);
+    assert.deepEqual(beyondGlibc228(path.join(work, 'package', 'libvemora_bindings.node')), [], `${name} on glibc 2.28`);
   }
   if (!fs.existsSync(tarball(`libvemora-${target}`))) return t.skip(`no prebuilt package for ${target}`);
 

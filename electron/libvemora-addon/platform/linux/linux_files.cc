@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <iterator>
 #include <limits>
@@ -138,16 +137,6 @@ Reading<std::string> ReadAttribute(const char* root, const char* path) {
     return Failure<std::string>(error);
   }
   return Value(std::string(linux_text::FirstLine({text, length})));
-}
-
-// "/proc/<pid><file>" into path (64 bytes hold any int and the file names
-// used here), the number written without printf's machinery.
-template <std::size_t N>
-void ProcPath(int pid, const char (&file)[N], char (&path)[64]) {
-  static_assert(N <= 64 - sizeof "/proc/-2147483648");
-  std::memcpy(path, "/proc/", 6);
-  char* end = std::to_chars(path + 6, path + sizeof path, pid).ptr;
-  std::memcpy(end, file, N);
 }
 
 }  // namespace

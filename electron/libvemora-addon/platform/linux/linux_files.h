@@ -2,8 +2,10 @@
 // running machine, a fixture tree in tests.
 #pragma once
 
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +15,16 @@
 #include "platform/platform.h"
 
 namespace vemora::platform::linux_files {
+
+// "/proc/<pid><file>" into path (64 bytes hold any int and the file names
+// used here), the number written without printf's machinery.
+template <std::size_t N>
+void ProcPath(int pid, const char (&file)[N], char (&path)[64]) {
+  static_assert(N <= 64 - sizeof "/proc/-2147483648");
+  std::memcpy(path, "/proc/", 6);
+  char* end = std::to_chars(path + 6, path + sizeof path, pid).ptr;
+  std::memcpy(end, file, N);
+}
 
 // Reads a small file whole into buffer. Returns 0 and its length, or the
 // errno of the failed step (EFBIG when it does not fit the buffer).

@@ -2,8 +2,6 @@
 #include <sys/sysinfo.h>
 
 #include <cerrno>
-#include <charconv>
-#include <cstdio>
 
 #include "platform/diagnostics.h"
 #include "platform/linux/linux_files.h"
@@ -57,9 +55,8 @@ Reading<SwapUsage> swap_usage() {
 Reading<ProcessMemory> process_memory(int pid) {
   const auto usage = linux_files::ReadProcessMemory(kRoot, pid);
   if (!usage.ok()) {
-    char source[48] = "/proc/";
-    char* end = std::to_chars(source + 6, source + sizeof source - 8, pid).ptr;
-    std::snprintf(end, 8, "/status");
+    char source[64];
+    linux_files::ProcPath(pid, "/status", source);
     vemora_utils::write_errno(source, usage.error);
   }
   return usage;

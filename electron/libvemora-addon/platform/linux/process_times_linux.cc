@@ -3,9 +3,7 @@
 #include <time.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstdint>
-#include <cstring>
 
 #include "platform/diagnostics.h"
 #include "platform/linux/linux_files.h"
@@ -34,9 +32,8 @@ Reading<std::uint64_t> TimeSinceBootNs() {
 Reading<ProcessCpuTimes> process_cpu_times(int pid) {
   auto times = linux_files::ReadProcessCpuTimes(kRoot, pid);
   if (!times.ok()) {
-    char source[48] = "/proc/";
-    char* end = std::to_chars(source + 6, source + sizeof source - 6, pid).ptr;
-    std::memcpy(end, "/stat", sizeof "/stat");
+    char source[64];
+    linux_files::ProcPath(pid, "/stat", source);
     vemora_utils::write_errno(source, times.error);
     return times;
   }

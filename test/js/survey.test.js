@@ -82,8 +82,8 @@ test('getDeviceType here: as the DMI product name and the power supplies say', {
   else assert.equal(type, battery ? 'Laptop' : 'Other', model);
 });
 
-// Every GPU method in a child process whose test NVML follows `script` (or lists its two GPUs), beside the fixture tree's RX 6800 XT;
-// workers first race to start NVML, which the test NVML refuses to do twice.
+// Every GPU method in a child process whose test NVML follows `script` (by default, its two GPUs), beside the fixture
+// tree's RX 6800 XT; workers first race to start NVML, which the test NVML refuses to do twice.
 function onTestNvml(script = '', workers = 0) {
   const child = runChild('-e', [`const { Worker } = require('node:worker_threads');
     const { VemoraCore: V } = require(process.env.VEMORA_TEST_ADDON);

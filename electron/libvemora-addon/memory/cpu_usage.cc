@@ -18,11 +18,6 @@ float Percent(std::uint64_t cpu_ns, std::uint64_t elapsed_ns) {
   return static_cast<float>(static_cast<double>(cpu_ns) * 100.0 / static_cast<double>(elapsed_ns));
 }
 
-void SayFailed(int pid, const char* reason) {
-  write_raw(("Failed to get CPU usage for PID '" + std::to_string(pid) + "' since " + reason + "\n")
-                .c_str());
-}
-
 }  // namespace
 
 std::optional<float> CpuPercentBetween(const ProcessCpuTimes& earlier,
@@ -109,12 +104,14 @@ float MeasureCpuUsage(int pid, int window_ms, CpuHistory& history, CpuTimesReade
   }
   if (second.value.start_ns != first.value.start_ns) {
     history.Forget(pid);
-    SayFailed(pid, "another process took that PID during the window!");
+    vemora::platform::WritePidFailure("CPU usage", pid,
+                                      "another process took that PID during the window!");
     return -1.0f;
   }
   const auto percent = CpuPercentBetween(first.value, second.value);
   if (!percent) {
-    SayFailed(pid, "its clock or CPU time went back during the window!");
+    vemora::platform::WritePidFailure("CPU usage", pid,
+                                      "its clock or CPU time went back during the window!");
     return -1.0f;
   }
   history.Keep(pid, second.value, *percent);

@@ -49,9 +49,7 @@ vemora::system::GpuLiveMemoryReport MemoryObserver::getAvailableVRAMByDevice() {
 
 long long MemoryObserver::getProcessUsedRAM(int pid) {
   if (pid <= 0) {
-    write_raw(("Failed to get used RAM for PID '" + std::to_string(pid) +
-               "' since PID must be positive!\n")
-                  .c_str());
+    vemora::platform::WritePidFailure("used RAM", pid, "PID must be positive!");
     return -1;
   }
   const auto usage = platform::process_memory(pid);

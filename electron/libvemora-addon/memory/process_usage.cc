@@ -30,9 +30,7 @@ void Sleep(int milliseconds) {
 
 float GetCpuUsage(int pid, int window_ms) {
   if (pid <= 0) {
-    write_raw(("Failed to get CPU usage for PID '" + std::to_string(pid) +
-               "' since PID must be positive!\n")
-                  .c_str());
+    vemora::platform::WritePidFailure("CPU usage", pid, "PID must be positive!");
     return -1.0f;
   }
   return MeasureCpuUsage(pid, window_ms, SharedCpuHistory(), vemora::platform::process_cpu_times,

@@ -1,18 +1,31 @@
 #include "platform/diagnostics.h"
 
-#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <string>
 
-namespace vemora_utils {
+namespace vemora::platform {
 
-void write_raw(const char* text) {
-  std::fputs(text, stderr);
+void WriteLine(std::string_view line) {
+  std::string text(line);
+  text += '\n';
+  std::fwrite(text.data(), 1, text.size(), stderr);
   std::fflush(stderr);
 }
 
-void write_errno(const char* prefix, int error) {
-  errno = error;
-  std::perror(prefix);
+void WriteErrno(std::string_view what, int error) {
+  std::string line(what);
+  line += ": ";
+  line += std::strerror(error);
+  WriteLine(line);
 }
 
-}  // namespace vemora_utils
+void WritePidFailure(std::string_view what, int pid, std::string_view reason) {
+  std::string line = "Failed to get ";
+  line += what;
+  line += " for PID '" + std::to_string(pid) + "' since ";
+  line += reason;
+  WriteLine(line);
+}
+
+}  // namespace vemora::platform

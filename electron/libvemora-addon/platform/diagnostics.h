@@ -1,13 +1,23 @@
-// The ways a failed measurement reports itself on the standard error stream,
-// kept in one place so every call site uses its fixed style.
+// How a failed measurement reports itself: one line on the standard error
+// stream, written whole so that lines from several threads never interleave.
+// Each OS folder names what failed in its own terms (the file or the call,
+// with the OS's reason); the logic above the seam writes only its own
+// failures (a range check, a PID it cannot measure).
 #pragma once
 
-namespace vemora_utils {
+#include <string_view>
 
-// A fixed text, written as is (it carries its own newline).
-void write_raw(const char* text);
+namespace vemora::platform {
 
-// perror(prefix) for the given errno value: "prefix: <reason>\n".
-void write_errno(const char* prefix, int error);
+// Writes `line` and a newline.
+void WriteLine(std::string_view line);
 
-}  // namespace vemora_utils
+// "<what>: <strerror(error)>": a file or call that failed with an errno
+// value, as Linux and macOS name it.
+void WriteErrno(std::string_view what, int error);
+
+// "Failed to get <what> for PID '<pid>' since <reason>": a process the logic
+// above the seam will not or cannot measure.
+void WritePidFailure(std::string_view what, int pid, std::string_view reason);
+
+}  // namespace vemora::platform

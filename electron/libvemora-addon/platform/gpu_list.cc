@@ -62,21 +62,18 @@ std::string Label(const GpuList& list, std::size_t index) {
 
 Reading<std::uint64_t> Sum(const GpuList& list, std::optional<std::uint64_t> GpuReading::*figure) {
   if (list.gpus.empty()) {
-    const std::string line = "GPU memory: " + NoGpuMessage(list) + "\n";
-    vemora_utils::write_raw(line.c_str());
+    WriteLine("GPU memory: " + NoGpuMessage(list));
     return Failure<std::uint64_t>(ENODEV);
   }
   std::uint64_t sum = 0;
   for (std::size_t i = 0; i < list.gpus.size(); ++i) {
     const auto& bytes = list.gpus[i].*figure;
     if (!bytes) {
-      const std::string line =
-          "GPU memory: " + Label(list, i) + ": " + list.gpus[i].memory_error + "\n";
-      vemora_utils::write_raw(line.c_str());
+      WriteLine("GPU memory: " + Label(list, i) + ": " + list.gpus[i].memory_error);
       return Failure<std::uint64_t>(EIO);
     }
     if (*bytes > std::numeric_limits<std::uint64_t>::max() - sum) {
-      vemora_utils::write_raw("GPU memory: the GPUs' figures add up past 64 bits\n");
+      WriteLine("GPU memory: the GPUs' figures add up past 64 bits");
       return Failure<std::uint64_t>(EOVERFLOW);
     }
     sum += *bytes;

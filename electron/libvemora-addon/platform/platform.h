@@ -17,8 +17,11 @@
 
 namespace vemora::platform {
 
-// A value, or the code the OS gave for its failure (an errno value, a Mach
-// kern_return_t, a Windows error). 0 means success.
+// A value, or its failure. `error` is 0 on success; on failure it is the code
+// of the call that failed (an errno value, a Mach kern_return_t, a Windows
+// error), or -1 where no single call's code says it (a figure out of range,
+// a fact made of several calls). Callers test ok(); the code is for tests and
+// for the one diagnostic line, already written.
 template <typename T>
 struct Reading {
   T value{};

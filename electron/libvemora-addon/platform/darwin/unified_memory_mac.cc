@@ -30,14 +30,15 @@ bool ReadHostVmStatistics(VmStatistics flavour, std::uint64_t* page_size_bytes,
   const auto page_size = apple::host_page_size(port);
   if (!page_size.ok()) {
     apple::host_port_release(port);
-    write_raw("Failed to get host page size.\n");
+    vemora::platform::WriteLine("Failed to get host page size.");
     return false;
   }
   const bool wide = flavour == VmStatistics::k64Bit;
   const auto stats = wide ? apple::host_statistics64(port) : apple::host_statistics32(port);
   apple::host_port_release(port);
   if (!stats.ok()) {
-    write_raw(wide ? "Failed to get 64-bit VM statistics.\n" : "Failed to get VM statistics.\n");
+    vemora::platform::WriteLine(wide ? "Failed to get 64-bit VM statistics."
+                                     : "Failed to get VM statistics.");
     return false;
   }
   *page_size_bytes = page_size.value;
@@ -59,7 +60,7 @@ long long count_available_physical_ram() {
   const std::uint64_t available_pages =
       std::uint64_t{counts.free_count} + counts.inactive_count + counts.purgeable_count;
   if (page_size_bytes == 0 || available_pages > kInt64Max / page_size_bytes) {
-    write_raw("Available physical memory exceeds the supported range.\n");
+    vemora::platform::WriteLine("Available physical memory exceeds the supported range.");
     return -1;
   }
   return static_cast<long long>(available_pages * page_size_bytes);
@@ -68,7 +69,7 @@ long long count_available_physical_ram() {
 bool get_system_swap_usage(unsigned long long* used, unsigned long long* total) {
   const auto swap = apple::sysctl_vm_swapusage();
   if (!swap.ok()) {
-    write_errno("sysctl failed", swap.error);
+    vemora::platform::WriteErrno("sysctl failed", swap.error);
     return false;
   }
   *used = swap.value.used_bytes;
@@ -79,7 +80,7 @@ bool get_system_swap_usage(unsigned long long* used, unsigned long long* total) 
 long long AppleMetalObserver::getMachinePhysicalRAM() {
   const auto memsize = apple::sysctl_hw_memsize();
   if (!memsize.ok()) {
-    write_errno("sysctl", memsize.error);
+    vemora::platform::WriteErrno("sysctl", memsize.error);
     return -1;
   }
   return static_cast<long long>(memsize.value);
@@ -112,7 +113,7 @@ long long AppleMetalObserver::getMachinePhysicalVRAM() {
 long long AppleMetalObserver::getGlobalUserWireLimit() {
   const auto limit = apple::sysctlbyname_u64("vm.global_user_wire_limit");
   if (!limit.ok()) {
-    write_errno("sysctl vm.global_user_wire_limit", limit.error);
+    vemora::platform::WriteErrno("sysctl vm.global_user_wire_limit", limit.error);
     return -1;
   }
   // A limit with its top bit set comes out negative, which callers treat as a
@@ -126,7 +127,7 @@ long long AppleMetalObserver::getSystemWiredMemory() {
   if (!ReadHostVmStatistics(VmStatistics::k64Bit, &page_size_bytes, &counts)) return -1;
   const std::uint64_t wired_bytes = std::uint64_t{counts.wire_count} * page_size_bytes;
   if (wired_bytes > kInt64Max) {
-    write_raw("System wired memory exceeds the supported range.\n");
+    vemora::platform::WriteLine("System wired memory exceeds the supported range.");
     return -1;
   }
   return static_cast<long long>(wired_bytes);
@@ -182,7 +183,8 @@ long long getProcessUsedRAM_Mac(int pid) {
 namespace vemora::platform {
 namespace {
 
-// The Mac figures say -1 after writing their diagnostic.
+// The Mac figures say -1 after writing their diagnostic, whichever of their
+// calls failed.
 Reading<std::uint64_t> FromSigned(long long bytes) {
   if (bytes < 0) return Failure<std::uint64_t>(-1);
   return Value(static_cast<std::uint64_t>(bytes));

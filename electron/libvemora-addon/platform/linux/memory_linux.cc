@@ -16,7 +16,7 @@ constexpr const char* kRoot = "";
 int SysInfo(struct sysinfo* info) {
   if (::sysinfo(info) == 0) return 0;
   const int error = errno;
-  vemora_utils::write_errno("sysinfo", error);
+  WriteErrno("sysinfo", error);
   return error;
 }
 
@@ -33,9 +33,9 @@ Reading<std::uint64_t> physical_memory_bytes() {
 Reading<std::uint64_t> available_memory_bytes() {
   const auto available = linux_files::ReadMemAvailable(kRoot);
   if (available.error == ENODATA) {
-    vemora_utils::write_raw("/proc/meminfo: no MemAvailable line (Linux 3.14 or later has one)\n");
+    WriteLine("/proc/meminfo: no MemAvailable line (Linux 3.14 or later has one)");
   } else if (!available.ok()) {
-    vemora_utils::write_errno("/proc/meminfo", available.error);
+    WriteErrno("/proc/meminfo", available.error);
   }
   return available;
 }
@@ -57,7 +57,7 @@ Reading<ProcessMemory> process_memory(int pid) {
   if (!usage.ok()) {
     char source[64];
     linux_files::ProcPath(pid, "/status", source);
-    vemora_utils::write_errno(source, usage.error);
+    WriteErrno(source, usage.error);
   }
   return usage;
 }

@@ -23,7 +23,7 @@ Reading<std::uint64_t> TimeSinceBootNs() {
                  static_cast<std::uint64_t>(now.tv_nsec));
   }
   const auto uptime = linux_files::ReadUptimeNs(kRoot);
-  if (!uptime.ok()) vemora_utils::write_errno("/proc/uptime", uptime.error);
+  if (!uptime.ok()) WriteErrno("/proc/uptime", uptime.error);
   return uptime;
 }
 
@@ -34,7 +34,7 @@ Reading<ProcessCpuTimes> process_cpu_times(int pid) {
   if (!times.ok()) {
     char source[64];
     linux_files::ProcPath(pid, "/stat", source);
-    vemora_utils::write_errno(source, times.error);
+    WriteErrno(source, times.error);
     return times;
   }
   const auto now = TimeSinceBootNs();

@@ -32,7 +32,7 @@ constexpr std::uint32_t kMostAdapters = 64;
 
 // "DXGI could not list adapters (CreateDXGIFactory1: error 0x887A0004)"
 GpuList::Note Failure(const std::string& line) {
-  return {"DXGI could not list adapters (" + line.substr(0, line.size() - 1) + ")", true};
+  return {"DXGI could not list adapters (" + line + ")", true};
 }
 
 GpuList::Note CreationFailure(const dxgi::FactoryCreation& creation) {

@@ -16,7 +16,7 @@ Reading<MEMORYSTATUSEX> MemoryStatus() {
   status.dwLength = sizeof status;
   if (::GlobalMemoryStatusEx(&status)) return Value(status);
   const DWORD error = ::GetLastError();
-  vemora_utils::write_raw(windows_text::ErrorLine("GlobalMemoryStatusEx", error).c_str());
+  WriteLine(windows_text::ErrorLine("GlobalMemoryStatusEx", error));
   return Failure<MEMORYSTATUSEX>(static_cast<int>(error));
 }
 
@@ -36,7 +36,7 @@ class ScopedHandle {
 
 Reading<ProcessMemory> Failed(const char* call) {
   const DWORD error = ::GetLastError();
-  vemora_utils::write_raw(windows_text::ErrorLine(call, error).c_str());
+  WriteLine(windows_text::ErrorLine(call, error));
   return Failure<ProcessMemory>(static_cast<int>(error));
 }
 

@@ -28,9 +28,9 @@ void SayFailed(const char* call, int pid, DWORD error) {
   while (end > 0 && std::strchr("\r\n ", reason[end - 1]) != nullptr) --end;
   reason[end] = '\0';
   char line[400];
-  std::snprintf(line, sizeof line, "%s(%d): %s (error %lu)\n", call, pid,
+  std::snprintf(line, sizeof line, "%s(%d): %s (error %lu)", call, pid,
                 reason[0] ? reason : "unknown error", static_cast<unsigned long>(error));
-  vemora_utils::write_raw(line);
+  WriteLine(line);
 }
 
 // FILETIME counts 100 ns: since 1601 for a moment (which fits 64 bits of
@@ -93,8 +93,8 @@ int ListedTimes(int pid, ProcessCpuTimes& times) {
   const char* const call = "NtQuerySystemInformation(SystemProcessInformation)";
   char line[160];
   if (query == nullptr) {
-    std::snprintf(line, sizeof line, "%s: ntdll.dll does not export it\n", call);
-    vemora_utils::write_raw(line);
+    std::snprintf(line, sizeof line, "%s: ntdll.dll does not export it", call);
+    WriteLine(line);
     return ERROR_PROC_NOT_FOUND;
   }
   // 8-byte elements keep the entries' 64-bit fields aligned. The list may
@@ -110,9 +110,9 @@ int ListedTimes(int pid, ProcessCpuTimes& times) {
     if (status == kInfoLengthMismatch) buffer.resize(listed / sizeof buffer[0] + buffer.size());
   }
   if (status < 0) {
-    std::snprintf(line, sizeof line, "%s: status 0x%08lX\n", call,
+    std::snprintf(line, sizeof line, "%s: status 0x%08lX", call,
                   static_cast<unsigned long>(status));
-    vemora_utils::write_raw(line);
+    WriteLine(line);
     return status;
   }
   const auto* bytes = reinterpret_cast<const unsigned char*>(buffer.data());
@@ -128,8 +128,8 @@ int ListedTimes(int pid, ProcessCpuTimes& times) {
     if (entry.next_entry_offset == 0) break;
     offset += entry.next_entry_offset;
   }
-  std::snprintf(line, sizeof line, "%s: PID %d is not in its list\n", call, pid);
-  vemora_utils::write_raw(line);
+  std::snprintf(line, sizeof line, "%s: PID %d is not in its list", call, pid);
+  WriteLine(line);
   return ERROR_NOT_FOUND;
 }
 
@@ -165,9 +165,9 @@ Reading<ProcessCpuTimes> process_cpu_times(int pid) {
   if (exit_code != STILL_ACTIVE) {
     char line[128];
     std::snprintf(line, sizeof line,
-                  "GetExitCodeProcess(%d): the process has ended (exit code %lu)\n", pid,
+                  "GetExitCodeProcess(%d): the process has ended (exit code %lu)", pid,
                   static_cast<unsigned long>(exit_code));
-    vemora_utils::write_raw(line);
+    WriteLine(line);
     return Failure<ProcessCpuTimes>(ERROR_PROCESS_ABORTED);
   }
   ProcessCpuTimes times{Ns(user), Ns(kernel), Ns(creation), 0};

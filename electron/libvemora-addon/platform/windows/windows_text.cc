@@ -110,13 +110,13 @@ std::string Utf16ToUtf8(std::u16string_view text) {
 }
 
 std::string ErrorLine(const char* call, std::uint32_t code) {
-  return std::string(call) + ": error " + std::to_string(code) + "\n";
+  return std::string(call) + ": error " + std::to_string(code);
 }
 
 std::string HresultLine(const char* call, std::int32_t hresult) {
   char code[16];
   std::snprintf(code, sizeof code, "0x%08X", static_cast<std::uint32_t>(hresult));
-  return std::string(call) + ": error " + code + "\n";
+  return std::string(call) + ": error " + code;
 }
 
 }  // namespace vemora::platform::windows_text

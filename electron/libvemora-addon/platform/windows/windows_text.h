@@ -39,9 +39,9 @@ std::string_view TrimBlanks(std::string_view text);
 // UTF-16 as UTF-8, up to the first NUL; an unpaired surrogate becomes U+FFFD.
 std::string Utf16ToUtf8(std::u16string_view text);
 
-// "<call>: error <code>\n", the code in decimal (a GetLastError value).
+// "<call>: error <code>", the code in decimal (a GetLastError value).
 std::string ErrorLine(const char* call, std::uint32_t code);
-// "<call>: error 0x887A0004\n", for an HRESULT.
+// "<call>: error 0x887A0004", for an HRESULT.
 std::string HresultLine(const char* call, std::int32_t hresult);
 
 }  // namespace vemora::platform::windows_text
